@@ -1,0 +1,67 @@
+#include "Tavro/Kelpo.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <mutex>
+
+#include "Tavro/tvAssert.h"
+
+namespace Kelpo {
+
+namespace {
+
+// Neither is ever destroyed: static objects may trace until the very end of the process.
+std::mutex& outputMutex() {
+  static auto* const mutex = new std::mutex;
+  return *mutex;
+}
+
+struct Registry {
+  std::mutex mutex;
+  std::map<std::string, DebugHandler> handlers;
+};
+
+Registry& registry() {
+  static auto* const instance = new Registry;
+  return *instance;
+}
+
+}  // namespace
+
+DebugHandler::~DebugHandler() = default;
+
+void DebugHandler::flush() {
+  const std::lock_guard lock(outputMutex());
+  std::cerr.flush();
+}
+
+void DebugHandler::log(std::stringstream& text, int level, const char* file, int line, const char* function) {
+  std::string whole = category_;
+  whole.append(":").append(std::to_string(level)).append(" ").append(file);
+  whole.append(":").append(std::to_string(line)).append(" ").append(function);
+  whole.append(": ").append(text.view()).append("\n");
+  const std::lock_guard lock(outputMutex());
+  std::cerr.write(whole.data(), static_cast<std::streamsize>(whole.size())).flush();
+}
+
+void DebugHandler::levelIs(int level, bool on) {
+  const std::uint32_t bit = std::uint32_t{1} << level;
+  if (on)
+    mask_.fetch_or(bit, std::memory_order_relaxed);
+  else
+    mask_.fetch_and(~bit, std::memory_order_relaxed);
+}
+
+DebugHandler* Platform::getDebugHandler(const std::string& category) {
+  Registry& known = registry();
+  const std::lock_guard lock(known.mutex);
+  return &known.handlers.try_emplace(category, category).first->second;
+}
+
+}  // namespace Kelpo
+
+void Tavro::assertionFailed(const char* condition, const char* function) {
+  std::cerr << "Assertion `" << condition << "' failed in " << function << ".\n" << std::flush;
+  std::abort();
+}

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "Tavro/export.h"
+
+// The support library of the platform: the root of all exceptions and the debug handlers behind every trace.
+namespace Kelpo {
+
+// Root of the exception tree. `what()` is the message.
+class TAVRO_EXPORT Exception : public std::exception {
+ public:
+  Exception(std::string message, bool /*expected*/) : message_(std::move(message)) {}
+  const char* what() const noexcept override { return message_.c_str(); }
+
+ private:
+  std::string message_;
+};
+
+// Receives the trace lines of one category. Handlers live until the process ends and may be used from any
+// thread; a level may be turned on or off at any time and takes effect at the next trace site.
+class TAVRO_EXPORT DebugHandler {
+ public:
+  explicit DebugHandler(std::string category) : category_(std::move(category)) {}
+  DebugHandler(const DebugHandler&) = delete;
+  DebugHandler& operator=(const DebugHandler&) = delete;
+  virtual ~DebugHandler();
+
+  // Makes sure that all lines so far have left the process.
+  virtual void flush();
+
+  // Delivers one line as "CATEGORY:LEVEL SOURCE:LINE FUNCTION: text" to standard error, never mixed with
+  // another.
+  virtual void log(std::stringstream& text, int level, const char* file, int line, const char* function);
+
+  const std::string& category() const { return category_; }
+
+  // Levels 0 to 31.
+  bool isOn(int level) const { return ((mask() >> level) & 1U) != 0; }
+  void levelIs(int level, bool on);
+  // True when any of the levels in `levels` (bit n for level n) is on.
+  bool anyOn(std::uint32_t levels) const { return (mask() & levels) != 0; }
+
+ private:
+  std::uint32_t mask() const { return mask_.load(std::memory_order_relaxed); }
+
+  std::atomic<std::uint32_t> mask_{0};
+  std::string category_;
+};
+
+namespace Platform {
+// The handler of a category, made at the first request. Never null; not owned by the caller.
+TAVRO_EXPORT DebugHandler* getDebugHandler(const std::string& category);
+}  // namespace Platform
+
+// Base of the per-class debug objects: says where the traces of an object go.
+class TAVRO_EXPORT DebugSupport {
+ public:
+  explicit DebugSupport(DebugHandler* handler, bool owned = false) : handler_(handler), owned_(owned) {}
+  DebugSupport(const DebugSupport&) = delete;
+  DebugSupport& operator=(const DebugSupport&) = delete;
+  virtual ~DebugSupport() {
+    if (owned_) delete handler_;
+  }
+
+  DebugHandler* handler() const { return handler_; }
+
+ private:
+  DebugHandler* handler_;
+  bool owned_;
+};
+
+template <typename Write>
+[[gnu::noinline, gnu::cold]] void writeTrace(DebugHandler& handler, int level, const char* source, int line,
+                                             const char* function, const Write& write) {
+  std::stringstream text;
+  text.precision(12);
+  write(static_cast<std::ostream&>(text));
+  handler.log(text, level, source, line, function);
+}
+
+// One trace site. When the level is off this costs one test, and `write`, which streams the text, is not
+// called.
+template <typename Write>
+inline void trace(DebugHandler* handler, int level, const char* source, int line, const char* function,
+                  const Write& write) {
+  if (handler->isOn(level)) [[unlikely]]
+    writeTrace(*handler, level, source, line, function, write);
+}
+
+}  // namespace Kelpo

@@ -1,0 +1,87 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "Tavro/Kelpo.h"
+#include "Tavro/tvExceptions.h"
+
+namespace {
+
+using namespace Tavro;
+
+template <typename Failure>
+void expectCaughtAsBase(const Failure& thrown, const std::string& what, const std::string& name) {
+  try {
+    throw thrown;
+  } catch (const TvBaseException& failure) {
+    EXPECT_EQ(failure.what(), what);
+    EXPECT_EQ(failure.name(), name);
+  }
+  EXPECT_THROW(throw thrown, Kelpo::Exception);
+}
+
+TEST(Exceptions, TreeAndNames) {
+  expectCaughtAsBase(TvNullRow(), "null row", "Tavro::TvNullRow");
+  expectCaughtAsBase(TvTableFull("full"), "full", "Tavro::TvTableFull");
+  expectCaughtAsBase(TvOutOfRange("out"), "out", "Tavro::OutOfRange");
+  expectCaughtAsBase(TvMaxRowsExceeded("max"), "max", "Tavro::TvMaxRowsExceeded");
+  expectCaughtAsBase(TvRT::TvAssemblyException("bad"), "bad", "Tavro::TvRT::TvAssemblyException");
+}
+
+TEST(Debug, LevelsAreTurnedOnAndOffOneByOne) {
+  Kelpo::DebugHandler* const handler = Kelpo::Platform::getDebugHandler("levels");
+  EXPECT_EQ(handler, Kelpo::Platform::getDebugHandler("levels"));
+  EXPECT_NE(handler, Kelpo::Platform::getDebugHandler("Levels"));
+  EXPECT_EQ(handler->category(), "levels");
+  handler->levelIs(0, true);
+  handler->levelIs(31, true);
+  handler->levelIs(8, true);
+  handler->levelIs(8, false);
+  EXPECT_TRUE(handler->isOn(0) && handler->isOn(31));
+  EXPECT_FALSE(handler->isOn(8) || handler->isOn(30) || handler->anyOn(0x7FFFFFFE));
+}
+
+TEST(Debug, ATraceIsComposedOnlyWhenItsLevelIsOn) {
+  Kelpo::DebugHandler* const handler = Kelpo::Platform::getDebugHandler("composed");
+  int composed = 0;
+  const auto site = [&] {
+    Kelpo::trace(handler, 8, "unit.cpp", 42, "work", [&](std::ostream& out) {
+      ++composed;
+      out << "third: " << 1.0 / 3;
+    });
+  };
+  testing::internal::CaptureStderr();
+  site();
+  handler->levelIs(8, true);
+  site();
+  handler->flush();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "composed:8 unit.cpp:42 work: third: 0.333333333333\n");
+  EXPECT_EQ(composed, 1);
+}
+
+TEST(Debug, LinesOfSeveralThreadsDoNotMix) {
+  testing::internal::CaptureStderr();
+  std::vector<std::thread> threads;
+  for (const char c : {'a', 'b', 'c'})
+    threads.emplace_back([c] {
+      Kelpo::DebugHandler* const handler = Kelpo::Platform::getDebugHandler(std::string("thread ") + c);
+      for (int i = 0; i < 200; ++i) {
+        std::stringstream text(std::string(300, c), std::ios::in | std::ios::out | std::ios::ate);
+        handler->log(text, 9, "unit.cpp", i, "work");
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  std::istringstream lines(testing::internal::GetCapturedStderr());
+  std::set<std::string> seen;
+  for (std::string line; std::getline(lines, line);) seen.insert(line);
+  std::set<std::string> expected;
+  for (const char c : {'a', 'b', 'c'})
+    for (int i = 0; i < 200; ++i)
+      expected.insert(std::string("thread ") + c + ":9 unit.cpp:" + std::to_string(i) +
+                      " work: " + std::string(300, c));
+  EXPECT_EQ(seen, expected);
+}
+
+}  // namespace

@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "Tavro/baseRow.h"
+
+namespace Tavro {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes imageOf(const BaseRow& row) { return {row.rowBuf(), row.rowBuf() + row.length()}; }
+
+StringValueReference viewOf(const BaseRow& row, len_t offset) {
+  StringValueReference view;
+  row.getColumn(offset, view);
+  return view;
+}
+
+std::string stringOf(const BaseRow& row, len_t offset) { return std::string(viewOf(row, offset).view()); }
+
+std::string outOfRangeText(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const TvOutOfRange& failure) {
+    return failure.what();
+  }
+  return "no TvOutOfRange";
+}
+
+// Two variable columns and nothing else.
+constexpr len_t first = 8, second = 12, fixedLength = 16;
+
+TEST(Row, FixedColumnsStandInPlaceUnaligned) {
+  BaseRow row(28);
+  row.rowTypeIs(0x0102);
+  row.setColumn<unsigned char>(8, 0xAB, 28);
+  row.setColumn<short>(9, -2, 28);
+  row.setColumn<double>(11, 1.0, 28);
+  row.setColumn<bool>(19, true, 28);
+  row.setColumn(20, IpAddr("10.1.2.3"), 28);
+  row.setColumn<unsigned int>(24, 0x01020304, 28);
+  EXPECT_EQ(imageOf(row), (Bytes{28, 0, 2, 1,    0,    0, 0,  0, 0xAB, 0xFE, 0xFF, 0, 0, 0,
+                                 0,  0, 0, 0xF0, 0x3F, 1, 10, 1, 2,    3,    4,    3, 2, 1}));
+  short number = 0;
+  row.getColumn(9, number);
+  EXPECT_EQ(number, -2);
+}
+
+TEST(Row, PayloadsReplaceGrowAndMove) {
+  BaseRow row(fixedLength);
+  row.setColumn(first, std::string("abc"), fixedLength);
+  row.setColumn(second, IpGenPrefix("10.1.0.0/16"), fixedLength);
+  const Bytes both{24, 0, 0, 0, 0, 0, 0, 0, 16, 0, 3, 0x80, 19, 0, 5, 0x80, 'a', 'b', 'c', 10, 1, 0, 0, 16};
+  EXPECT_EQ(imageOf(row), both);
+
+  row.setColumn(first, std::string("x"), fixedLength);
+  Bytes shrunk = both;
+  shrunk[10] = 1;
+  shrunk[16] = 'x';
+  EXPECT_EQ(imageOf(row), shrunk) << "takes the place of the longer one, the row keeps its length";
+
+  row.setColumn(second, IpGenPrefix("::/3"), fixedLength);
+  Bytes grown = shrunk;
+  grown[0] = 36;
+  grown[14] = 17;
+  std::fill(grown.begin() + 19, grown.end(), 0);
+  grown.resize(36);
+  grown[35] = 3;
+  EXPECT_EQ(imageOf(row), grown) << "the last payload grows in place";
+
+  row.setColumn(first, std::string("yz"), fixedLength);
+  grown[0] = 38;
+  grown[8] = 36;
+  grown[10] = 2;
+  grown.insert(grown.end(), {'y', 'z'});
+  EXPECT_EQ(imageOf(row), grown) << "any other moves behind the end";
+
+  row.setColumn(first, std::string(), fixedLength);
+  std::fill_n(grown.begin() + 8, 3, 0);
+  EXPECT_EQ(imageOf(row), grown) << "an empty value leaves 0, 0, 0, 0x80";
+
+  row.setColumn(second, ArrayReference<int>(), fixedLength);
+  EXPECT_EQ(Bytes(row.rowBuf() + second, row.rowBuf() + second + 4), (Bytes{0, 0, 0, 0x80}));
+}
+
+TEST(Row, SlotsThatWereNeverWrittenReadLikeEmptyOnes) {
+  BaseRow row(fixedLength);
+  IpGenPrefix prefix("1.2.3.4/5");
+  ArrayReference<StringValueReference> array(row.rowBuf(), 9);
+  row.getColumn(first, prefix);
+  row.getColumn(first, array);
+  EXPECT_EQ(prefix.family(), NoAddress);
+  EXPECT_EQ(array.payload(), nullptr);
+  EXPECT_EQ(array.length(), 0);
+  EXPECT_EQ(viewOf(row, first).length(), 0);
+
+  row.setColumn(first, std::string("abc"), fixedLength);
+  row.rwRowBuf()[first + 3] &= 0x7F;
+  EXPECT_EQ(stringOf(row, first), "abc") << "the top bit is of no account";
+}
+
+TEST(Row, GeneralAddressesOfEachFamily) {
+  for (const char* text : {"", "10.1.2.3", "2001:db8::1"}) {
+    const IpGenAddr address{std::string(text)};
+    BaseRow row(fixedLength);
+    row.setColumn(first, address, fixedLength);
+    IpGenAddrReference view;
+    row.getColumn(first, view);
+    EXPECT_EQ(view, IpGenAddrReference(address.bytes(), address.family())) << text;
+    EXPECT_EQ(row.length(), fixedLength + BaseRow::encodeLength(view)) << text;
+  }
+}
+
+TEST(Row, WritesGoToAPrivateCopyOnce) {
+  BaseRow row(fixedLength);
+  row.setColumn(first, std::string("shared"), fixedLength);
+  const Bytes before = imageOf(row);
+  const BaseRow stored = row;
+
+  row.setColumn(first, std::string("mine"), fixedLength);
+  EXPECT_EQ(imageOf(stored), before);
+  EXPECT_NE(row.rowBuf(), stored.rowBuf());
+  EXPECT_EQ(row.length(), before.size()) << "the grown length is copied";
+  EXPECT_EQ(stored.useCount(), 1);
+
+  const unsigned char* const own = row.rowBuf();
+  row.setColumn<unsigned int>(second, 7, fixedLength);
+  EXPECT_EQ(row.rowBuf(), own);
+}
+
+TEST(Row, NullRowReadsAsNullAndRefusesWrites) {
+  BaseRow null;
+  const BaseRow shared = null;
+  EXPECT_EQ(null.useCount(), 2);
+  double number = 1;
+  IpGenPrefix prefix("1.2.3.4/5");
+  ArrayReference<bool> array(null.rowBuf(), 1);
+  null.getColumn(first, number);
+  null.getColumn(first, prefix);
+  null.getColumn(first, array);
+  EXPECT_EQ(number, 0);
+  EXPECT_EQ(prefix.family(), NoAddress);
+  EXPECT_EQ(array.length(), 0);
+  EXPECT_EQ(null.rowBuf(), nullptr);
+  EXPECT_THROW(null.rwRowBuf(), TvNullRow);
+  EXPECT_THROW(null.setColumn(first, 1, fixedLength), TvNullRow);
+  EXPECT_THROW(null.setColumn(first, std::string("a"), fixedLength), TvNullRow);
+  EXPECT_THROW(null.makeFreeSpace(first, 1, fixedLength), TvNullRow);
+  BaseRow lonely;
+  EXPECT_EQ(lonely.useCount(), 1);
+  EXPECT_THROW(lonely.setColumn(first, std::string(), fixedLength), TvNullRow);
+}
+
+TEST(Row, LimitsLeaveTheRowAsItWas) {
+  BaseRow row(fixedLength);
+  const std::string longest(32767, 'l');
+  row.setColumn(first, longest, fixedLength);
+  EXPECT_EQ(stringOf(row, first), longest);
+  Bytes before = imageOf(row);
+  EXPECT_EQ(outOfRangeText([&] { row.setColumn(first, longest + "x", fixedLength); }),
+            "payload of 32768 bytes exceeds the limit of 32767 bytes");
+  EXPECT_EQ(imageOf(row), before);
+  EXPECT_EQ(outOfRangeText([&] { row.setColumn(second, longest, fixedLength); }),
+            "row of 65550 bytes exceeds the limit of 65535 bytes");
+  EXPECT_EQ(imageOf(row), before);
+  row.setColumn(second, std::string(65535 - before.size(), 's'), fixedLength);
+  EXPECT_EQ(row.length(), 65535);
+  EXPECT_EQ(stringOf(row, first), longest);
+}
+
+TEST(Row, AViewOfTheRowItselfMayBeWritten) {
+  const std::string text = "a text that is long enough to move";
+  BaseRow row(fixedLength);
+  row.setColumn(first, text, fixedLength);
+  row.setColumn(first, viewOf(row, first), fixedLength);
+  EXPECT_EQ(stringOf(row, first), text);
+  row.setColumn(second, viewOf(row, first), fixedLength);
+  EXPECT_EQ(stringOf(row, second), text) << "the row grows under the view";
+
+  const StringValueReference tail(viewOf(row, first).bytes() + 2, 20);
+  row.setColumn(first, tail, fixedLength);
+  EXPECT_EQ(stringOf(row, first), text.substr(2, 20)) << "source and target overlap";
+
+  BaseRow arrays(fixedLength);
+  const Bytes payload{2, 0, 1, 0, 0, 0, 2, 0, 0, 0};
+  arrays.setPayload(first, payload.data(), payload.size(), fixedLength);
+  const BaseRow stored = arrays;
+  ArrayReference<int> array;
+  arrays.getColumn(first, array);
+  arrays.setColumn(second, array, fixedLength);
+  ArrayReference<int> copy;
+  arrays.getColumn(second, copy);
+  EXPECT_EQ(copy, array);
+  EXPECT_EQ(stored.length(), fixedLength + payload.size());
+}
+
+// The length of the fixed part that a writer passes is often that of another row.
+TEST(Row, WritesNeverDisturbOtherColumns) {
+  constexpr len_t numberOffset = 16, rowLength = 32;
+  constexpr unsigned number = 0xCAFED00D;
+  const std::vector<len_t> offsets{8, 12, 20, 24, 28};
+  std::mt19937 random(20240229);
+  const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+  for (int round = 0; round < 20; ++round) {
+    BaseRow row(rowLength);
+    row.setColumn(numberOffset, number, rowLength);
+    std::map<len_t, std::string> model;
+    for (int step = 0; step < 300; ++step) {
+      const len_t target = offsets[below(5)], source = offsets[below(5)];
+      const auto fdLen = static_cast<len_t>(1 + below(60));
+      const BaseRow stored = below(4) == 0 ? row : BaseRow();
+      const Bytes before = stored.isNull() ? Bytes() : imageOf(stored);
+      if (below(4) == 0) {
+        row.setColumn(target, viewOf(row, source), fdLen);
+        model[target] = std::string(model[source]);
+      } else {
+        model[target] = std::string(below(40), static_cast<char>('a' + below(26)));
+        row.setColumn(target, model[target], fdLen);
+      }
+      for (const len_t offset : offsets)
+        ASSERT_EQ(stringOf(row, offset), model[offset]) << round << ' ' << step;
+      unsigned kept = 0;
+      row.getColumn(numberOffset, kept);
+      ASSERT_EQ(kept, number);
+      if (!stored.isNull()) {
+        ASSERT_EQ(imageOf(stored), before);
+      }
+    }
+  }
+}
+
+TEST(RowDeathTest, ProgrammersMistakesAbort) {
+  EXPECT_DEATH(BaseRow(7), "Assertion `len >= tv_contentOffset' failed in Tavro::BaseRow::BaseRow");
+  BaseRow row(fixedLength);
+  EXPECT_DEATH(row.setColumn(first, 1, 0), "Assertion `fdLen != 0' failed in Tavro::BaseRow::setColumn");
+  EXPECT_DEATH(row.setColumn(first, std::string(), 0), "fdLen != 0");
+}
+
+}  // namespace
+}  // namespace Tavro
