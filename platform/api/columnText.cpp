@@ -116,11 +116,15 @@ void appendBytes(std::string& payload, const unsigned char* bytes, std::size_t l
   payload.append(reinterpret_cast<const char*>(bytes), length);
 }
 
-// Takes everything between the outer quotes.
-void appendPayload(const Source& source, std::string& payload, std::type_identity<StringValueReference>) {
-  std::string_view text = source.text;
+// What stands between the outer quotes.
+std::string_view insideQuotes(const Source& source) {
+  const std::string_view text = source.text;
   if (text.size() < 2 || text.front() != '"' || text.back() != '"') source.isNone();
-  text = text.substr(1, text.size() - 2);
+  return text.substr(1, text.size() - 2);
+}
+
+void appendPayload(const Source& source, std::string& payload, std::type_identity<StringValueReference>) {
+  const std::string_view text = insideQuotes(source);
   for (std::size_t i = 0; i < text.size(); ++i) {
     const bool escape = text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == '"' || text[i + 1] == '\\');
     if (escape) ++i;
@@ -297,6 +301,9 @@ void storeColumnFromString(BaseRow& row, unsigned short offset, unsigned short t
       T value;
       readFixed({text, typeName}, value);
       row.setColumn(offset, value, fdLen);
+    } else if constexpr (std::is_same_v<T, StringValueReference>) {
+      const std::string_view whole = insideQuotes({text, typeName});
+      row.setPayload(offset, reinterpret_cast<const unsigned char*>(whole.data()), whole.size(), fdLen);
     } else {
       std::string payload;
       appendPayload({text, typeName}, payload, std::type_identity<T>());
@@ -316,7 +323,8 @@ std::string columnToString(const BaseRow& row, unsigned short offset, unsigned s
     T value;
     row.getColumn(offset, value);
     if constexpr (std::is_same_v<T, StringValueReference>) {
-      if (!quoted) return std::string(value.view());
+      const std::string text(value.view());
+      return quoted ? '"' + text + '"' : text;
     }
     std::string out;
     print(out, value);

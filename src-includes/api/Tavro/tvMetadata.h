@@ -55,13 +55,11 @@ class TAVRO_EXPORT tvColumn {
 // - integers decimal or 0x hexadecimal with an optional minus sign, within the range of the type; floating
 //   numbers as std::from_chars takes them, with nan, inf and -inf; `true` and `false`; addresses and prefixes
 //   in their usual forms, empty for no address;
-// - strings within double quotes, with \" and \\ as escapes; what stands between the first and the last quote
-// is
-//   taken, so that quotes inside need no escape when the text is a single value;
-// - arrays as [v,v,...], blanks around elements allowed, strings in it within double quotes; the empty text
-// is
-//   the empty array, and an element that is empty or "" is no address. A string array may come within one
-//   more pair of double quotes, as a program's parameters do.
+// - a string within double quotes, with everything between the first and the last of them taken as it is;
+// - arrays as [v,v,...], blanks around elements allowed; strings in it within double quotes, with \" and
+// \\ as
+//   escapes; the empty text is the empty array, and an element that is empty or "" is no address. A string
+//   array may come within one more pair of double quotes, as a program's parameters do.
 // Throws std::invalid_argument with a text that says what is wrong with the value ("'x' is no uint8_t"), and
 // what BaseRow::setColumn throws. The row is then as it was.
 TAVRO_EXPORT void storeColumnFromString(BaseRow& row, unsigned short offset, unsigned short type,
