@@ -5,6 +5,7 @@
 #include <exception>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "Tavro/export.h"
@@ -75,22 +76,33 @@ class TAVRO_EXPORT DebugSupport {
   bool owned_;
 };
 
-template <typename Write>
+// Writes one part of a trace line: a callable that takes the stream is called with it, anything else is
+// streamed.
+template <typename Part>
+void writePart(std::ostream& text, const Part& part) {
+  if constexpr (std::is_invocable_v<const Part&, std::ostream&>)
+    part(text);
+  else
+    text << part;
+}
+
+template <typename... Parts>
 [[gnu::noinline, gnu::cold]] void writeTrace(DebugHandler& handler, int level, const char* source, int line,
-                                             const char* function, const Write& write) {
+                                             const char* function, Parts... parts) {
   std::stringstream text;
   text.precision(12);
-  write(static_cast<std::ostream&>(text));
+  (writePart(text, parts), ...);
   handler.log(text, level, source, line, function);
 }
 
-// One trace site. When the level is off this costs one test, and `write`, which streams the text, is not
-// called.
-template <typename Write>
+// One trace site. When the level is off this costs one test, and nothing is composed: what is dear to make is
+// given as a callable that writes it. Parts are taken by value, since what is referred to has to stand in
+// memory, and most sites are on the path of an instruction.
+template <typename... Parts>
 inline void trace(DebugHandler* handler, int level, const char* source, int line, const char* function,
-                  const Write& write) {
+                  Parts... parts) {
   if (handler->isOn(level)) [[unlikely]]
-    writeTrace(*handler, level, source, line, function, write);
+    writeTrace(*handler, level, source, line, function, parts...);
 }
 
 }  // namespace Kelpo

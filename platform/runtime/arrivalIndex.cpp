@@ -1,0 +1,85 @@
+#include "arrivalIndex.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace Tavro {
+namespace {
+
+std::uint64_t mix(std::uint64_t hash, std::uint64_t word) {
+  hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
+  return hash ^ hash >> 32;
+}
+
+std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
+  std::uint64_t hash = mix(0, length);
+  for (; length >= sizeof hash; bytes += sizeof hash, length -= sizeof hash)
+    hash = mix(hash, loadBytes<std::uint64_t>(bytes));
+  std::uint64_t rest = 0;
+  std::memcpy(&rest, bytes, length);
+  return mix(hash, rest);
+}
+
+EncodedKey hashKey(std::uint64_t hash, std::uint64_t arrival) {
+  return {hash, arrival, keyHeadLength, nullptr};
+}
+
+}  // namespace
+
+ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
+                           len_t fixedLength)
+    : IndexBase(columns.front().tableName(), number), shape_(columns, fixedLength), encoder_(columns) {}
+
+IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
+  const std::uint64_t hash = hasLookup_ ? hashOf(row) : 0;
+  IndexEntry::Owner entry = IndexEntry::make(row, arrival, hashKey(hash, arrival));
+  if (hasLookup_) byHash_.insert(*entry);
+  return link(std::move(entry), nullptr);
+}
+
+IndexEntry* ArrivalIndex::find(const BaseRow& row) {
+  if (row.isNull()) throw TvNullRow();
+  shape_.require(row);
+  if (!hasLookup_) buildLookup();
+  KeyBuffer wanted;
+  encoder_.append(row, wanted);
+  const std::uint64_t hash = hashBytes(wanted.bytes(), wanted.size());
+  IndexEntry* candidate = byHash_.lowerBound(hashKey(hash, 0));
+  while (candidate != nullptr && candidate->high == hash) {
+    KeyBuffer found;
+    encoder_.append(candidate->row, found);
+    if (std::equal(wanted.bytes(), wanted.bytes() + wanted.size(), found.bytes(),
+                   found.bytes() + found.size()))
+      return candidate;
+    candidate = byHash_.lowerBound(hashKey(hash, candidate->arrival + 1));
+  }
+  return nullptr;
+}
+
+IndexEntry* ArrivalIndex::lowerBound(const BaseRow&) { throw std::runtime_error(title() + " has no order"); }
+
+void ArrivalIndex::forget(IndexEntry& entry) noexcept {
+  if (hasLookup_) byHash_.erase(entry);
+}
+
+void ArrivalIndex::buildLookup() {
+  try {
+    for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) {
+      entry->high = hashOf(entry->row);
+      byHash_.insert(*entry);
+    }
+  } catch (...) {
+    byHash_.clear();
+    throw;
+  }
+  hasLookup_ = true;
+}
+
+std::uint64_t ArrivalIndex::hashOf(const BaseRow& row) const {
+  KeyBuffer key;
+  encoder_.append(row, key);
+  return hashBytes(key.bytes(), key.size());
+}
+
+}  // namespace Tavro

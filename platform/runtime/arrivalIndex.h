@@ -1,0 +1,36 @@
+#pragma once
+
+#include <vector>
+
+#include "Tavro/tvMetadata.h"
+#include "entryTree.h"
+#include "index.h"
+#include "keyEncoder.h"
+#include "rowShape.h"
+
+namespace Tavro {
+
+// Rows in order of arrival, which admits equal ones. A lookup matches the first row that is equal in all
+// columns; what it needs is built when the first one asks for it.
+class ArrivalIndex : public IndexBase {
+ public:
+  ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns, len_t fixedLength);
+
+  bool takes(const BaseRow& row) const override { return shape_.fits(row); }
+  IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override;
+  IndexEntry* find(const BaseRow& key) override;
+  IndexEntry* lowerBound(const BaseRow& key) override;
+
+ private:
+  void forget(IndexEntry& entry) noexcept override;
+  void buildLookup();
+  std::uint64_t hashOf(const BaseRow& row) const;
+
+  RowShape shape_;
+  KeyEncoder encoder_;
+  // Entries by the hash of all their columns, then by arrival. Empty until the first lookup.
+  EntryTree byHash_;
+  bool hasLookup_ = false;
+};
+
+}  // namespace Tavro

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Tavro/RowOpsBase.h"
+#include "Tavro/export.h"
+#include "Tavro/tavroDb.h"
+#include "Tavro/tvMetadata.h"
+#include "Tavro/tvPtr.h"
+
+// The platform's own interface to the database, for programs that host it: tables are made here, filled, and
+// the scheduler is run.
+namespace Tavro {
+
+class RunQueue;
+class TvTableInterface;
+
+// One declared column.
+struct ColumnDefinition {
+  std::string name;
+  TavroTypes type;
+  bool isArray = false;
+  bool isKey = false;
+};
+
+// Runs what is runnable, one unit at a time, in the order in which it became runnable. Single-threaded.
+class TAVRO_EXPORT SchedulerQueue {
+ public:
+  SchedulerQueue();
+  SchedulerQueue(const SchedulerQueue&) = delete;
+  SchedulerQueue& operator=(const SchedulerQueue&) = delete;
+  ~SchedulerQueue();
+
+  // Runs one unit of work. False when nothing was runnable, and when called from inside a unit of work. An
+  // exception of the unit passes through; the unit then counts as done.
+  bool step();
+  // Runs until nothing is runnable.
+  void runUntilIdle();
+
+ private:
+  friend class Database;
+  std::unique_ptr<RunQueue> queue_;
+};
+
+// A table: rows shared by handle, in the order of index 0 and of further indexes.
+class TAVRO_EXPORT Table {
+ public:
+  virtual ~Table() = default;
+
+  virtual const std::string& name() const = 0;
+  virtual unsigned short rowType() const = 0;
+  // Length of the fixed part of the table's rows, in bytes.
+  virtual len_t fixedLength() const = 0;
+  // Columns in order: the first at offset 8, each directly behind the one before.
+  virtual const std::vector<tvMetadata::tvColumn>& columns() const = 0;
+  virtual bool hasKey() const = 0;
+  virtual std::size_t size() const = 0;
+
+  // A fresh row of the table: zeroed, with its row type.
+  virtual BaseRow newRow() const = 0;
+
+  // Adds an ordered, not unique index over the named columns and returns its number, from 1. Throws
+  // std::invalid_argument for a column that does not exist and for no columns, and std::length_error when the
+  // table has 256 indexes.
+  virtual unsigned addIndex(const std::vector<std::string>& columnNames) = 0;
+
+  // The number of insertions that may stand undelivered to the slowest reader before the table blocks its
+  // writers; 0, the default, for no limit. Readers that were never activated do not count.
+  virtual void capacityIs(std::size_t rows) = 0;
+  // How often the table has refused a row because of its capacity.
+  virtual std::size_t refusals() const = 0;
+};
+
+// Tables and the scheduler that serves their interfaces. Independent of every other database.
+class TAVRO_EXPORT Database {
+ public:
+  Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+  ~Database();
+
+  // Makes a table, which lives until `clear`. Throws std::invalid_argument for a name that exists, for no
+  // columns, for two columns of one name, and for rows that would not fit 65535 bytes; TvOutOfRange for a
+  // column type that does not exist; std::length_error when the database has 65534 tables.
+  Table& createTable(const std::string& name, const std::vector<ColumnDefinition>& columns);
+  // Null when there is no such table.
+  Table* findTable(const std::string& name);
+  // The table at `path`: its name, with or without "." and an alias behind it; null when there is none.
+  Table* tableAt(const std::string& path);
+
+  // Connects the interface to the table at `path`, as TavroDB::bindInterface does.
+  void bindInterface(TvTableInterface& interface, const std::string& path);
+
+  SchedulerQueue& scheduler();
+
+  // Drops all tables. Their interfaces are disconnected and told nothing more; iterators on their rows become
+  // default iterators. Row-type ids start anew.
+  void clear();
+
+ private:
+  struct Contents;
+  std::unique_ptr<Contents> contents_;
+};
+
+}  // namespace Tavro

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Tavro/tavroDb.h"
+#include "backlog.h"
+
+namespace Tavro {
+
+class MemoryTable;
+class RunQueue;
+
+// The inside of a table interface: what it is bound to, what it is still to be told, and whether it can be.
+class InterfaceState {
+ public:
+  struct Handlers {
+    TvTableInterface::ReadyHandler ready;
+    TvTableInterface::RowHandler row;
+    TvTableInterface::RowHandler del;
+    TvTableInterface::BlockHandler block;
+    TvTableInterface::ReadyHandler end;
+  };
+
+  InterfaceState(TvTableInterface& owner, unsigned char mode, Handlers handlers);
+  InterfaceState(const InterfaceState&) = delete;
+  InterfaceState& operator=(const InterfaceState&) = delete;
+
+  void bind(MemoryTable& table, RunQueue& queue);
+  // Leaves table and scheduler; nothing is told any more. No effect when not bound.
+  void disconnect() noexcept;
+
+  bool isReader() const { return mode_ == TvTableInterface::readMode; }
+  // Throws std::logic_error when not bound.
+  MemoryTable& table() const;
+  MemoryTable& tableToWrite() const;
+  void endHandlerIs(TvTableInterface::ReadyHandler end) { handlers_.end = std::move(end); }
+
+  void activate(bool reading);
+  void deactivate();
+
+  // A reader's changes, as its table makes them: staged for all readers first, then settled or withdrawn.
+  void stage(Change::Kind kind, const BaseRow& row);
+  void settle() noexcept;
+  void withdraw() noexcept { backlog_.withdraw(); }
+  // Insertions that a reader has not been told of.
+  std::size_t undelivered() const { return backlog_.insertions(); }
+
+  // A writer's state of blocking, as its table changes it.
+  bool isBlocked() const { return blocked_; }
+  void blockedIs(bool blocked) noexcept;
+
+  bool runnable() const;
+  // Tells what comes next. `self` keeps the handlers alive when one of them destroys the interface.
+  static void deliver(const std::shared_ptr<InterfaceState>& self);
+
+ private:
+  // A reader's road: it keeps nothing until its client asks for it, then keeps changes, then is told of them.
+  enum class Phase : unsigned char { bound, keeping, active };
+
+  // Runs `tell`, and `done` unless the client refuses to be told now.
+  template <typename Tell, typename Done>
+  void attempt(const Tell& tell, const Done& done);
+  void deliverReady();
+  void deliverBlocking();
+  void deliverChange();
+  bool hasHandler(Change::Kind kind) const;
+  void tell(const Change& change) const;
+
+  // Not to be followed once `table_` is null: the interface may be gone.
+  TvTableInterface* owner_;
+  std::string name_;
+  unsigned char mode_;
+  Handlers handlers_;
+  MemoryTable* table_ = nullptr;
+  RunQueue* queue_ = nullptr;
+
+  bool readyDue_ = false;
+  Phase phase_ = Phase::bound;
+  Backlog backlog_;
+
+  // What a writer has been told or is about to be: since notices alternate, the last and their number say
+  // all.
+  bool blocked_ = false;
+  unsigned noticesDue_ = 0;
+};
+
+}  // namespace Tavro

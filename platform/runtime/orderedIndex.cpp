@@ -1,0 +1,50 @@
+#include "orderedIndex.h"
+
+#include <utility>
+
+namespace Tavro {
+
+OrderedIndex::OrderedIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
+                           len_t fixedLength, bool unique)
+    : IndexBase(columns.front().tableName(), number),
+      shape_(columns, fixedLength),
+      encoder_(columns),
+      unique_(unique) {}
+
+IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
+  KeyBuffer key;
+  encoder_.append(row, key);
+  if (!unique_) key.appendNumber(arrival);
+  IndexEntry::Owner entry = IndexEntry::make(row, arrival, key.key());
+  IndexEntry* const behind = tree_.insert(*entry);
+  return link(std::move(entry), behind);
+}
+
+IndexEntry* OrderedIndex::find(const BaseRow& row) {
+  KeyBuffer key;
+  encodeProbe(row, key);
+  if (unique_) {
+    IndexEntry* const found = tree_.lowerBound(key.key());
+    return found != nullptr && found->key() == key.key() ? found : nullptr;
+  }
+  key.appendNumber(0);
+  IndexEntry* const found = tree_.lowerBound(key.key());
+  if (found == nullptr) return nullptr;
+  // Equal columns: the key differs in the number of arrival alone.
+  key.lastNumberIs(found->arrival);
+  return found->key() == key.key() ? found : nullptr;
+}
+
+IndexEntry* OrderedIndex::lowerBound(const BaseRow& row) {
+  KeyBuffer key;
+  encodeProbe(row, key);
+  return tree_.lowerBound(key.key());
+}
+
+void OrderedIndex::encodeProbe(const BaseRow& row, KeyBuffer& key) const {
+  if (row.isNull()) throw TvNullRow();
+  shape_.require(row);
+  encoder_.append(row, key);
+}
+
+}  // namespace Tavro

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <vector>
+
+#include "Tavro/tvMetadata.h"
+#include "entryTree.h"
+#include "index.h"
+#include "keyEncoder.h"
+#include "rowShape.h"
+
+namespace Tavro {
+
+// Rows in the order of some columns; equal rows in order of arrival, unless the index is unique.
+class OrderedIndex : public IndexBase {
+ public:
+  OrderedIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns, len_t fixedLength,
+               bool unique);
+
+  bool takes(const BaseRow& row) const override { return shape_.fits(row); }
+  IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override;
+  IndexEntry* find(const BaseRow& key) override;
+  IndexEntry* lowerBound(const BaseRow& key) override;
+
+ private:
+  void forget(IndexEntry& entry) noexcept override { tree_.erase(entry); }
+
+  // Checks `row` and appends the part of its key that its columns make.
+  void encodeProbe(const BaseRow& row, KeyBuffer& key) const;
+
+  RowShape shape_;
+  KeyEncoder encoder_;
+  // Where equal rows are admitted, the number of arrival stands behind the columns in every key.
+  bool unique_;
+  EntryTree tree_;
+};
+
+}  // namespace Tavro
