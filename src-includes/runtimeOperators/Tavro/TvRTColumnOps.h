@@ -1,0 +1,216 @@
+#pragma once
+
+#include "Tavro/TvRTOp.h"
+#include "Tavro/export.h"
+
+// Column instructions: they work on two fields of rows without passing values over the stack. All have the
+// same operands, the first field's row and column and the second's. `T` is the column type, at its own width.
+namespace Tavro::TvRT {
+
+inline constexpr const char* columnOpsSource = "../src-includes/runtimeOperators/Tavro/TvRTColumnOps.h";
+
+#pragma pack(push, 1)
+
+// Stores the first field in the second. A null source stores the type's null value; a null destination throws
+// TvNullRow.
+//   stack:  -> (nothing)
+//   stream: handler, row, column, to row, to column
+template <typename T>
+struct TAVRO_EXPORT CopyColumnOp {
+  len_t row;
+  len_t column;
+  len_t toRow;
+  len_t toColumn;
+
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<>, Types<>>("CopyColumnOp", "T", OperandKind::RowSlot, OperandKind::Column,
+                                            OperandKind::RowSlot, OperandKind::Column);
+
+  len_t install(Context& context) const {
+    return installInstruction(context, *this, columnOpsSource, __LINE__);
+  }
+  static OpResult op(Context& context);
+};
+
+// As CopyColumnOp, for an array.
+//   stack:  -> (nothing)
+//   stream: handler, row, column, to row, to column
+template <typename T>
+struct TAVRO_EXPORT CopyAryColumnOp {
+  len_t row;
+  len_t column;
+  len_t toRow;
+  len_t toColumn;
+
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<>, Types<>>("CopyAryColumnOp", "T", OperandKind::RowSlot, OperandKind::Column,
+                                            OperandKind::RowSlot, OperandKind::Column);
+
+  len_t install(Context& context) const {
+    return installInstruction(context, *this, columnOpsSource, __LINE__);
+  }
+  static OpResult op(Context& context);
+};
+
+// Tells whether two fields are equal; false when either row is null.
+//   stack:  -> bool
+//   stream: handler, row, column, row, column
+template <typename T>
+struct TAVRO_EXPORT EqualColumnOp {
+  len_t row;
+  len_t column;
+  len_t otherRow;
+  len_t otherColumn;
+
+  static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
+      "EqualColumnOp", "T", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
+      OperandKind::Column);
+
+  len_t install(Context& context) const {
+    return installInstruction(context, *this, columnOpsSource, __LINE__);
+  }
+  static OpResult op(Context& context);
+};
+
+// As EqualColumnOp, for arrays.
+//   stack:  -> bool
+//   stream: handler, row, column, row, column
+template <typename T>
+struct TAVRO_EXPORT EqualAryColumnOp {
+  len_t row;
+  len_t column;
+  len_t otherRow;
+  len_t otherColumn;
+
+  static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
+      "EqualAryColumnOp", "T", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
+      OperandKind::Column);
+
+  len_t install(Context& context) const {
+    return installInstruction(context, *this, columnOpsSource, __LINE__);
+  }
+  static OpResult op(Context& context);
+};
+
+// Compares two fields: -1 when the first is less, 0 when they are equal, 1 otherwise, which takes in every
+// comparison with a not-a-number. A null row comes first.
+//   stack:  -> three-way result
+//   stream: handler, row, column, row, column
+template <typename T>
+struct TAVRO_EXPORT CompareColumnOp {
+  len_t row;
+  len_t column;
+  len_t otherRow;
+  len_t otherColumn;
+
+  static constexpr auto shape = declareOp<Types<T>, Types<>, Types<signed char>>(
+      "CompareColumnOp", "T", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
+      OperandKind::Column);
+
+  len_t install(Context& context) const {
+    return installInstruction(context, *this, columnOpsSource, __LINE__);
+  }
+  static OpResult op(Context& context);
+};
+
+#pragma pack(pop)
+
+// The dispatchers: each installs the member of its family for a type code. Throws std::runtime_error with the
+// dispatcher's signature and ": Invalid Operation" for a code without a member, before anything is appended.
+class TAVRO_EXPORT ColumnOps {
+ public:
+  static void installCopyColumnOp(Context& context, TavroTypes type, len_t row, len_t column, len_t toRow,
+                                  len_t toColumn);
+  static void installCopyAryColumnOp(Context& context, TavroTypes type, len_t row, len_t column, len_t toRow,
+                                     len_t toColumn);
+  static void installEqualColumnOp(Context& context, TavroTypes type, len_t row, len_t column, len_t otherRow,
+                                   len_t otherColumn);
+  static void installEqualAryColumnOp(Context& context, TavroTypes type, len_t row, len_t column,
+                                      len_t otherRow, len_t otherColumn);
+  static void installCompareColumnOp(Context& context, TavroTypes type, len_t row, len_t column,
+                                     len_t otherRow, len_t otherColumn);
+};
+
+// The work of both copies, on values of type `Value`.
+template <typename Op, typename Value>
+inline OpResult copyField(Context& context, void (*trace)(const Op&, const Value&)) {
+  const Operands<Op> operands(context);
+  Value value{};
+  context.getRow(operands->row).getColumn(operands->column, value);
+  trace(*operands.operator->(), value);
+  BaseRow& to = context.getRow(operands->toRow);
+  to.setColumn(operands->toColumn, value, context.fixedLength(operands->toRow));
+  operands.step();
+  return OpOk;
+}
+
+template <typename T>
+OpResult CopyColumnOp<T>::op(Context& context) {
+  return copyField<CopyColumnOp, T>(context, [](const CopyColumnOp& o, const T& value) {
+    traceOp(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column, ", ",
+            o.toRow, ", ", o.toColumn, " ) --> ", StackValue<T>(value, false));
+  });
+}
+
+// Traces under the name of its scalar twin, without a value.
+template <typename T>
+OpResult CopyAryColumnOp<T>::op(Context& context) {
+  return copyField<CopyAryColumnOp, ArrayReference<T>>(
+      context, [](const CopyAryColumnOp& o, const ArrayReference<T>&) {
+        traceOp(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column, ", ",
+                o.toRow, ", ", o.toColumn, " )");
+      });
+}
+
+// The work of the comparisons, on values of type `Value`: reads both fields, asks `compare(first,
+// firstIsNull, second, secondIsNull)`, traces, and pushes a `Result`.
+template <typename Op, typename T, typename Value, typename Result, typename Compare>
+inline OpResult compareFields(Context& context, const char* name, const char* sign, const Compare& compare) {
+  const Operands<Op> operands(context);
+  const BaseRow& firstRow = context.getRow(operands->row);
+  const BaseRow& secondRow = context.getRow(operands->otherRow);
+  Value first{};
+  Value second{};
+  firstRow.getColumn(operands->column, first);
+  secondRow.getColumn(operands->otherColumn, second);
+  const StackValue<Result> result(compare(first, firstRow.isNull(), second, secondRow.isNull()), false);
+  traceOp(columnOpsSource, __LINE__, name, writeTypes<T>, "( ", operands->row, ", ", operands->column, ", ",
+          operands->otherRow, ", ", operands->otherColumn, " ) = ( ", StackValue<Value>(first, false), sign,
+          StackValue<Value>(second, false), " ) = ", result);
+  context.stackR().push(result);
+  operands.step();
+  return OpOk;
+}
+
+template <typename Value>
+inline bool fieldsEqual(const Value& first, bool firstIsNull, const Value& second, bool secondIsNull) {
+  return !secondIsNull && !firstIsNull && first == second;
+}
+
+template <typename T>
+OpResult EqualColumnOp<T>::op(Context& context) {
+  return compareFields<EqualColumnOp, T, T, bool>(context, "EqualColumnOp", " == ", fieldsEqual<T>);
+}
+
+// Traces under the name of its scalar twin.
+template <typename T>
+OpResult EqualAryColumnOp<T>::op(Context& context) {
+  return compareFields<EqualAryColumnOp, T, ArrayReference<T>, bool>(context, "EqualColumnOp",
+                                                                     " == ", fieldsEqual<ArrayReference<T>>);
+}
+
+template <typename T>
+OpResult CompareColumnOp<T>::op(Context& context) {
+  const auto compare = [&](const T& first, bool firstIsNull, const T& second,
+                           bool secondIsNull) -> signed char {
+    constexpr signed char less = -1;
+    constexpr signed char greater = 1;
+    if (firstIsNull) return context.nullsComeFirst() ? less : greater;
+    if (secondIsNull) return context.nullsComeFirst() ? greater : less;
+    if (first < second) return less;
+    return first == second ? 0 : greater;
+  };
+  return compareFields<CompareColumnOp, T, T, signed char>(context, "CompareColumnOp", " vs ", compare);
+}
+
+}  // namespace Tavro::TvRT

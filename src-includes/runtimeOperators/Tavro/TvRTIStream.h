@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "Tavro/Kelpo.h"
+#include "Tavro/TvRTDebug.h"
+#include "Tavro/TvRTHandlers.h"
+#include "Tavro/export.h"
+#include "Tavro/types.h"
+
+namespace Tavro::TvRT {
+
+inline constexpr const char* istreamSource = "../src-includes/runtimeOperators/Tavro/TvRTIStream.h";
+
+// The instructions of one context: a growable byte buffer, the counter of the next instruction and the table
+// of labels. An instruction is two runs of bytes, back to back, with no alignment of any kind:
+//
+//   handler slot    4 bytes       number of the handler
+//   operand block   fixed width   the bytes of the instruction object
+//
+// Offsets are 16 bits wide and nothing tests for a program that is longer. Behind `capacity` stand zeroed
+// bytes for a handler slot and the widest operand block, so a stray `pc` reads zeros or bytes of the stream.
+class TAVRO_EXPORT IStream {
+ public:
+  static constexpr len_t handlerSlotWidth = 4;
+  static constexpr std::size_t guardSize = 32;
+
+  class __kelpoDebug : public Kelpo::DebugSupport {
+   public:
+    __kelpoDebug() : Kelpo::DebugSupport(getHandler()) {}
+    static Kelpo::DebugHandler* getHandler();
+  };
+
+  // Throws std::bad_alloc.
+  IStream();
+  IStream(const IStream&) = delete;
+  IStream& operator=(const IStream&) = delete;
+  ~IStream();
+
+  // Copies `len` bytes to the end of the stream and returns the offset at which they begin. May move the
+  // buffer. Throws std::bad_alloc, with nothing appended.
+  len_t append(len_t len, const unsigned char* bytes);
+
+  // Moves `pc` over `n` operand bytes. When no whole handler slot follows, it says so on standard output and
+  // leaves `pc` where it is.
+  void stepPC(len_t n) {
+    const unsigned target = unsigned{pc} + n;
+    if (target + handlerSlotWidth <= length) [[likely]]
+      pc = static_cast<len_t>(target);
+    else
+      reportBadStep();
+  }
+
+  // Jumps to a label number; false, and nothing done, when there is no such number.
+  bool gotoOp(len_t label) {
+    if (label >= labels.size()) return false;
+    pc = labels[label];
+    Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
+                 "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,
+                 " at ", pc);
+    return true;
+  }
+
+  // Makes the next label number, for the present end of the stream.
+  len_t addLabel();
+
+  // Runs one instruction: fetches the handler at `pc`, steps over its slot and calls it.
+  OpResult executeAtPC(Context& context) {
+    const len_t ppc = pc;
+    Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
+                 "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
+                 " executing instruction at ", ppc);
+    HandlerNumber number;
+    std::memcpy(&number, at(ppc), sizeof number);
+    pc = static_cast<len_t>(ppc + handlerSlotWidth);
+    return HandlerTable::at(number)(context);
+  }
+
+  // The byte at an offset. One that lies beyond the capacity stands for the start of the stream.
+  const unsigned char* at(len_t offset) const { return offset > capacity ? code : code + offset; }
+  unsigned char* at(len_t offset) { return offset > capacity ? code : code + offset; }
+
+  len_t programCounter() const { return pc; }
+  void programCounterIs(len_t offset) { pc = offset; }
+  len_t maxLoc() const { return length; }
+  std::uint32_t capacityInBytes() const { return capacity; }
+  const std::vector<len_t>& labelTable() const { return labels; }
+
+  // Forgets the program: `pc`, length and label count become 0. Buffer and label table stay.
+  void clear();
+
+ private:
+  void setLabel(std::size_t label);
+  void growTo(std::uint32_t newCapacity);
+  [[gnu::cold]] static void reportBadStep();
+
+  len_t labelCount = 0;
+  len_t pc = 0;
+  unsigned char* code = nullptr;
+  std::uint32_t capacity = 0;
+  std::uint32_t growBy = 512;
+  len_t length = 0;
+  std::vector<len_t> labels;
+  __kelpoDebug debug;
+};
+
+}  // namespace Tavro::TvRT

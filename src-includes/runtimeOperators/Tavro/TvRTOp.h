@@ -1,0 +1,148 @@
+#pragma once
+
+#include <array>
+#include <cstring>
+#include <iomanip>
+#include <stdexcept>
+#include <string>
+
+#include "Tavro/TvRTContext.h"
+#include "Tavro/TvRTDebug.h"
+#include "Tavro/TvRTHandlers.h"
+#include "Tavro/TvRTTypes.h"
+
+// How an instruction is made. It is a small plain class with no base, no virtual operation and no state:
+// - its operands are its data members, packed, in the order of the operand block;
+// - `install` writes the object's bytes behind the number of its handler;
+// - the static `op` is the handler; it reads the same bytes back, does the work and steps over them;
+// - `shape` declares what traces and listings show of it.
+namespace Tavro::TvRT {
+
+// What is declared of an instruction class: its name, its type arguments with the names that signatures give
+// them
+// ("CT, ST"), the meaning of each data member, and what it pops, topmost first, and pushes.
+template <typename Arguments, typename Pops, typename Pushes, std::size_t OperandCount>
+struct OpShape {
+  const char* className;
+  const char* parameters;
+  std::array<OperandKind, OperandCount> operands;
+
+  // "PushColumnOp<uint8_t,uint64_t>"
+  std::string name() const { return className + typeArguments(Arguments()); }
+
+  InstructionInfo info(len_t operandWidth) const {
+    return {name(),
+            operandWidth,
+            {operands.begin(), operands.end()},
+            stackEntries(Pops()),
+            stackEntries(Pushes())};
+  }
+
+  // The full signature of the class's `install`, as traces show it.
+  std::string installSignature() const {
+    const std::string names = parameters;
+    return "Tavro::len_t Tavro::TvRT::" + std::string(className) + (names.empty() ? "" : "<" + names + ">") +
+           "::install(Tavro::TvRT::Context&)" + withClause(Arguments(), parameters);
+  }
+
+ private:
+  template <typename... T>
+  static std::string withClause(Types<T...>, const char* names) {
+    if constexpr (sizeof...(T) == 0) {
+      return "";
+    } else {
+      std::string text = " [with ";
+      const auto add = [&](const std::string& spelling) {
+        const std::size_t end = std::strcspn(names, ",");
+        text.append(names, end).append(" = ").append(spelling).append("; ");
+        names += end + std::strspn(names + end, ", ");
+      };
+      (add(Spelling<T>::text()), ...);
+      return text + "Tavro::len_t = short unsigned int]";
+    }
+  }
+};
+
+template <typename Arguments, typename Pops, typename Pushes, typename... Kinds>
+constexpr auto declareOp(const char* className, const char* parameters, Kinds... operands) {
+  return OpShape<Arguments, Pops, Pushes, sizeof...(Kinds)>{className, parameters, {operands...}};
+}
+
+// The object of an instruction without operands has no bytes in the stream.
+template <typename Op>
+inline constexpr len_t operandWidth = Op::shape.operands.empty() ? len_t{0} : static_cast<len_t>(sizeof(Op));
+
+template <typename Op>
+InstructionInfo describe() {
+  return Op::shape.info(operandWidth<Op>);
+}
+
+// Parts of trace lines: "PushColumnOp<uint8_t,uint64_t>" and "<uint8_t,uint64_t>".
+template <typename Op>
+void writeName(std::ostream& text) {
+  text << Op::shape.name();
+}
+template <typename... T>
+void writeTypes(std::ostream& text) {
+  text << typeArguments(Types<T...>());
+}
+
+// Offset that stands for the operand block of an instruction without one.
+inline constexpr len_t noOperandBlock = 65535;
+
+inline void appendHandler(Context& context, Handler handler, Describe describeOp) {
+  const HandlerNumber number = HandlerTable::numberOf(handler, describeOp);
+  context.append(IStream::handlerSlotWidth, reinterpret_cast<const unsigned char*>(&number));
+}
+
+// Writes the instruction to the end of the stream and returns the offset of its operand block.
+template <typename Op>
+len_t installInstruction(Context& context, const Op& instruction, const char* source, int line) {
+  appendHandler(context, &Op::op, &describe<Op>);
+  len_t offset = noOperandBlock;
+  if constexpr (operandWidth<Op> != 0)
+    offset = context.append(operandWidth<Op>, reinterpret_cast<const unsigned char*>(&instruction));
+  Kelpo::trace(tvRtOpKelpoDebugHandler_, traceDetail, source, line, "install", [&](std::ostream& text) {
+    text << Op::shape.installSignature() << " installing at " << std::setw(4) << offset;
+  });
+  return offset;
+}
+
+// The operands of a running instruction: a copy of its object, out of the stream. `pc` is read once here and
+// written once by `step`.
+template <typename Op>
+class Operands {
+ public:
+  explicit Operands(Context& context) : stream_(context.istream()), pc_(stream_.programCounter()) {
+    std::memcpy(static_cast<void*>(&operands_), stream_.at(pc_), sizeof(Op));
+  }
+
+  const Op* operator->() const { return &operands_; }
+
+  // Moves `pc` behind the operands.
+  void step() const {
+    const unsigned target = unsigned{pc_} + operandWidth<Op>;
+    if (target + IStream::handlerSlotWidth <= stream_.maxLoc()) [[likely]]
+      stream_.programCounterIs(static_cast<len_t>(target));
+    else
+      stream_.stepPC(operandWidth<Op>);
+  }
+
+  // The operand bytes in the stream, for an instruction that rewrites them.
+  unsigned char* bytes() const { return stream_.at(pc_); }
+
+ private:
+  IStream& stream_;
+  len_t pc_;
+  Op operands_;
+};
+
+// Ends a dispatcher whose family has no member for a type: throws std::runtime_error with the dispatcher's
+// full signature, made of its name and its arguments behind the context, and ": Invalid Operation".
+inline void requireMember(bool known, const char* dispatcher, const char* arguments) {
+  if (!known)
+    throw std::runtime_error("static void Tavro::TvRT::" + std::string(dispatcher) +
+                             "(Tavro::TvRT::Context&, " + arguments + "): Invalid Operation");
+}
+
+}  // namespace Tavro::TvRT

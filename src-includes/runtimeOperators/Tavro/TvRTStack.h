@@ -1,0 +1,241 @@
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <type_traits>
+
+#include "Tavro/Kelpo.h"
+#include "Tavro/TvRTDebug.h"
+#include "Tavro/TvRTTypes.h"
+#include "Tavro/export.h"
+
+namespace Tavro::TvRT {
+
+#pragma pack(push, 1)
+
+// A value with its null state: one flag byte, of which bit 0 set means null, then the value, packed. The only
+// form of a value on the stack, and in memory the same bytes. Nothing in it says what type it has.
+template <typename T>
+struct StackValue {
+  // A byte that is neither 0 nor 1 may well stand where a `bool` is popped, so it is held as a byte.
+  using Stored = std::conditional_t<std::is_same_v<T, bool>, unsigned char, T>;
+
+  StackValue() = default;
+  StackValue(const Stored& v, bool isNullValue) : flag(isNullValue ? 1 : 0), value(v) {}
+
+  bool isNull() const { return (flag & 1U) != 0; }
+
+  unsigned char flag = 0;
+  Stored value{};
+};
+
+#pragma pack(pop)
+
+// A slot's bytes, moved as flag and value: a slot that is written as one pair of stores and read as another,
+// as a plain copy of its 9 bytes would be, stalls the processor.
+template <typename T>
+inline StackValue<T> loadSlot(const unsigned char* slot) {
+  StackValue<T> entry;
+  entry.flag = *slot;
+  std::memcpy(static_cast<void*>(&entry.value), slot + 1, sizeof(entry.value));
+  return entry;
+}
+template <typename T>
+inline void storeSlot(unsigned char* slot, const StackValue<T>& entry) {
+  *slot = entry.flag;
+  const auto value = entry.value;
+  std::memcpy(slot + 1, static_cast<const void*>(&value), sizeof(value));
+}
+
+// "NULL", or the value.
+template <typename T>
+std::ostream& operator<<(std::ostream& out, const StackValue<T>& entry) {
+  if (entry.isNull()) return out << "NULL";
+  if constexpr (std::is_same_v<T, bool>) {
+    const bool value = entry.value != 0;
+    return out << FMT<bool>{value};
+  } else {
+    const T value = entry.value;
+    if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
+                  std::is_same_v<T, StringValueReference>)
+      return out << FMT<T>{value};
+    else
+      return out << value;
+  }
+}
+
+// The evaluation stack of one context: a raw byte stack of fixed size that grows upward.
+//
+//   guard | base ... top ... limit | guard
+//
+// A pop names the type that it expects and only an empty stack refuses it, so a wide pop can take `top` below
+// `base`; a push tests the width of the value without its flag, so it can end one byte behind `limit`. Both
+// stay inside the guards, which belong to the block and start zeroed.
+class TAVRO_EXPORT Stack {
+ public:
+  static constexpr std::size_t blockSize = 4000;
+  static constexpr std::size_t guardSize = 32;
+
+  class __kelpoDebug : public Kelpo::DebugSupport {
+   public:
+    __kelpoDebug() : Kelpo::DebugSupport(getHandler()) {}
+    static Kelpo::DebugHandler* getHandler();
+  };
+
+  // Throws std::bad_alloc.
+  Stack();
+  Stack(const Stack&) = delete;
+  Stack& operator=(const Stack&) = delete;
+  ~Stack();
+
+  // Removes the top slot. Throws std::out_of_range when the stack is empty.
+  template <typename T>
+  StackValue<T> pop() {
+    if (isTraced()) [[unlikely]]
+      return popTraced<T>();
+    return take<T>();
+  }
+
+  // Places a slot on top. Throws std::out_of_range when there is no room; the stack is then as it was.
+  template <typename T>
+  void push(const StackValue<T>& value) {
+    if (isTraced()) [[unlikely]]
+      return pushTraced(value);
+    put(value);
+  }
+
+  // Bytes on the stack, not values.
+  unsigned int depth() const { return static_cast<unsigned int>(top - base); }
+  bool isEmpty() const { return top == base; }
+  void clear() { top = base; }
+
+  const unsigned char* topOfStack() const { return top; }
+  const unsigned char* bottom() const { return base; }
+
+ private:
+  friend class StackFrame;
+
+  bool isTraced() const { return debug.handler()->anyOn(1U << traceEvents | 1U << traceDetail); }
+
+  template <typename T>
+  StackValue<T> take() {
+    static_assert(sizeof(StackValue<T>) <= guardSize);
+    if (top <= base) [[unlikely]]
+      throwUnderflow();
+    unsigned char* const from = top - sizeof(StackValue<T>);
+    top = from;
+    return loadSlot<T>(from);
+  }
+
+  template <typename T>
+  void put(const StackValue<T>& value) {
+    unsigned char* const to = top;
+    if (limit < to + sizeof(value.value)) [[unlikely]]
+      throwOverflow(sizeof(value.value));
+    storeSlot(to, value);
+    top = to + sizeof value;
+  }
+
+  template <typename T>
+  [[gnu::noinline, gnu::cold]] StackValue<T> popTraced();
+  template <typename T>
+  [[gnu::noinline, gnu::cold]] void pushTraced(StackValue<T> value);
+
+  [[noreturn, gnu::cold]] static void throwUnderflow();
+  [[noreturn, gnu::cold]] void throwOverflow(std::size_t width) const;
+  // Writes "@TOP/BASE".
+  void writePosition(std::ostream& text) const;
+
+  unsigned char* top;
+  unsigned char* base;
+  unsigned char* limit;
+  __kelpoDebug debug;
+};
+
+inline constexpr const char* stackSource = "../src-includes/runtimeOperators/Tavro/TvRTStack.h";
+
+template <typename T>
+StackValue<T> Stack::popTraced() {
+  const auto signature = [] {
+    return "Tavro::TvRT::StackValue<T> Tavro::TvRT::Stack::pop() [with T = " + Spelling<T>::text() + "]";
+  };
+  Kelpo::trace(debug.handler(), traceDetail, stackSource, __LINE__, "pop",
+               [&](std::ostream& text) { text << signature(); });
+  const StackValue<T> value = take<T>();
+  Kelpo::trace(debug.handler(), traceEvents, stackSource, __LINE__, "pop", [&](std::ostream& text) {
+    text << signature();
+    writePosition(text);
+    text << " --> " << value;
+  });
+  return value;
+}
+
+template <typename T>
+void Stack::pushTraced(StackValue<T> value) {
+  const auto signature = [] {
+    return "void Tavro::TvRT::Stack::push(Tavro::TvRT::StackValue<T>) [with T = " + Spelling<T>::text() + "]";
+  };
+  Kelpo::trace(debug.handler(), traceDetail, stackSource, __LINE__, "push",
+               [&](std::ostream& text) { text << signature(); });
+  put(value);
+  Kelpo::trace(debug.handler(), traceEvents, stackSource, __LINE__, "push", [&](std::ostream& text) {
+    text << signature();
+    writePosition(text);
+    text << " <-- " << value;
+  });
+}
+
+// The stack as one handler uses it: `top` is read once here and written once at the end, also when an
+// exception leaves the handler. Bytes stored on the stack may alias `top` as far as the compiler can tell, so
+// without this every push and pop of a handler would go through memory.
+class StackFrame {
+ public:
+  explicit StackFrame(Stack& stack) : stack_(stack), top_(stack.top), traced_(stack.isTraced()) {}
+  StackFrame(const StackFrame&) = delete;
+  StackFrame& operator=(const StackFrame&) = delete;
+  ~StackFrame() { stack_.top = top_; }
+
+  template <typename T>
+  StackValue<T> pop() {
+    if (traced_) [[unlikely]]
+      return through([&] { return stack_.pop<T>(); });
+    if (top_ <= stack_.base) [[unlikely]]
+      Stack::throwUnderflow();
+    top_ -= sizeof(StackValue<T>);
+    return loadSlot<T>(top_);
+  }
+
+  template <typename T>
+  void push(const StackValue<T>& value) {
+    if (traced_) [[unlikely]]
+      return through([&] { stack_.push(value); });
+    if (stack_.limit < top_ + sizeof(value.value)) [[unlikely]]
+      overflow(sizeof(value.value));
+    storeSlot(top_, value);
+    top_ += sizeof value;
+  }
+
+ private:
+  // Does `work` on the stack itself.
+  template <typename Work>
+  [[gnu::noinline, gnu::cold]] auto through(const Work& work) {
+    stack_.top = top_;
+    struct Reread {
+      StackFrame& frame;
+      ~Reread() { frame.top_ = frame.stack_.top; }
+    } const reread{*this};
+    return work();
+  }
+  [[noreturn, gnu::cold]] void overflow(std::size_t width) {
+    stack_.top = top_;
+    stack_.throwOverflow(width);
+  }
+
+  Stack& stack_;
+  unsigned char* top_;
+  bool traced_;
+};
+
+}  // namespace Tavro::TvRT

@@ -1,0 +1,265 @@
+// The tables, rows and parameters of a context.
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+#include "Tavro/TvRTContext.h"
+#include "Tavro/TvRTProxy.h"
+#include "Tavro/TvRTValueIter.h"
+
+namespace Tavro::TvRT {
+
+namespace {
+
+constexpr const char* sourceName = "TvRTContext";
+
+// Appends the tokens between delimiters, less the empty ones, and returns how many there are now.
+std::size_t split(const std::string& text, char delimiter, std::vector<std::string>& tokens) {
+  std::istringstream in(text);
+  for (std::string token; std::getline(in, token, delimiter);)
+    if (!token.empty()) tokens.push_back(token);
+  return tokens.size();
+}
+
+std::string withoutEnds(const std::string& text) { return text.substr(1, text.size() - 2); }
+
+bool isTrue(const std::string& value) { return TvStrUtils::iequals(value, "true"); }
+
+}  // namespace
+
+TableBindInfo::TableBindInfo(TavroDB& database, len_t slot, len_t length, len_t outNumber,
+                             const std::string& tableName, const std::string& tableAlias,
+                             const std::string& signature)
+    : index(slot),
+      len(length),
+      outIndex(outNumber),
+      name(tableName),
+      alias(tableAlias),
+      sig(signature),
+      rowType(database.tableTypeId(tableName, false)) {}
+
+std::string TableBindInfo::toString() const {
+  std::ostringstream text;
+  text << "TableBindInfo[index: " << index << ", outIndex: " << outIndex << ", len: " << len
+       << ", name: " << name << ", alias: " << alias << ", sig: " << sig << ", rowType: " << rowType << "]";
+  return text.str();
+}
+
+void Context::bindTable(len_t index, len_t len, len_t outIndex, const std::string& name,
+                        const std::string& alias, const std::string& sig) {
+  Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "bindTable", [&](std::ostream& text) {
+    text << "void Tavro::TvRT::Context::bindTable(Tavro::len_t, Tavro::len_t, Tavro::len_t, const string&, "
+            "const string&, const string&)"
+         << " registering " << name << " table = " << index << " alias = " << alias << " sig = " << sig;
+  });
+  maxRowLen = std::max(maxRowLen, len);
+  // In 16 bits on purpose: slot 65535 does not exist.
+  const auto slots = static_cast<len_t>(index + 1);
+  if (slots <= rows.size()) return;
+  BaseRow row(len);
+  auto info = std::make_unique<TableBindInfo>(*database, index, len, outIndex, name, alias, sig);
+  tbis.resize(slots);
+  rows.resize(slots);
+  rows[index] = std::move(row);
+  tbis[index] = info.release();
+}
+
+len_t Context::constructPseudoBindTableInfo(const std::string& name) {
+  const auto slot = static_cast<len_t>(rows.size());
+  bindTable(slot, maxRowLen, 0, "__noNS__::" + name, "__keyRow__", "__noSig__");
+  replaceRow(slot, BaseRow(maxRowLen));
+  return slot;
+}
+
+void Context::endEncountered() {
+  keyRowIdx = constructPseudoBindTableInfo("__keyRow__");
+  deletedRowIdx = constructPseudoBindTableInfo("__deletedRow__");
+  paramRowIdx = constructPseudoBindTableInfo("__paramRow__");
+  constRowIdx = constructPseudoBindTableInfo("__constRow__");
+  tempRowIdx = constructPseudoBindTableInfo("__tempRow__");
+}
+
+void Context::deleteBindings() {
+  for (TableBindInfo* const info : tbis) delete info;
+  tbis.clear();
+}
+
+void Context::bindParameters(len_t len, const std::string& text) {
+  paramRowLen = len;
+  paramRow = BaseRow(len);
+  std::vector<std::string> declarations;
+  split(withoutEnds(text), ',', declarations);
+  for (const std::string& declaration : declarations) {
+    std::vector<std::string> fields;
+    if (split(declaration, ':', fields) < 3)
+      throw std::invalid_argument("bad parameter declaration: " + declaration);
+    std::string name = withoutEnds(fields[0]);
+    const bool isArray = name.find("[]") != std::string::npos;
+    if (isArray) name.resize(name.size() - 2);
+    const TavroTypes type = tavroCppTypeNameToType(withoutEnds(fields[2]));
+    const auto offset = static_cast<unsigned short>(std::strtoul(fields[1].c_str(), nullptr, 0));
+    const auto code = static_cast<unsigned short>(type);
+    paramColumns[name] = tvMetadata::tvColumn("internal::parameter", name, code, 0, getTavroTypeLength(code),
+                                              0, isArray, 0, offset, false, false);
+  }
+}
+
+void Context::bindTemporaries(len_t len, const std::string&) {
+  tempRowLen = len;
+  tempRow = BaseRow(len);
+}
+
+void Context::setProperties(const std::string& text) {
+  std::vector<std::string> properties;
+  split(text, ',', properties);
+  isFilter = false;
+  isOneShot = false;
+  for (const std::string& property : properties) {
+    std::vector<std::string> parts;
+    if (split(property, '=', parts) != 2) {
+      std::cerr << "bad property entry: " << property << std::endl;
+      continue;
+    }
+    const std::string key = TvStrUtils::trim(parts[0]);
+    const bool value = isTrue(TvStrUtils::trim(parts[1]));
+    if (TvStrUtils::iequals(key, "isOneShot"))
+      isOneShot = value;
+    else if (TvStrUtils::iequals(key, "isFilter"))
+      isFilter = value;
+    else
+      std::cerr << key << " is not a supported parameter.  "
+                << "Only isOneShot and isFilter are currently supported." << std::endl;
+  }
+}
+
+void Context::setParameter(const std::string& name, const std::string& value) {
+  const auto found = paramColumns.find(name);
+  if (found == paramColumns.end()) return;
+  const tvMetadata::tvColumn& column = found->second;
+  storeColumnFromString(paramRow, column.offset(), column.tvType(), column.structType(), column.isArray(),
+                        value, paramRowLen);
+}
+
+void Context::throwNoRow() {
+  throw std::out_of_range("Attempt to access row ourside of numberof tables used by query.");
+}
+
+void Context::throwNoBinding() { throw std::out_of_range("attempt to index non-existent row"); }
+
+void Context::replaceRow(len_t index, const BaseRow& row) { replaceRow(index, BaseRow(row)); }
+
+void Context::replaceRow(len_t index, BaseRow&& row) {
+  if (index >= rows.size())
+    throw std::out_of_range("attempt to replace row outside of number of rows in query");
+  rows[index] = std::move(row);
+}
+
+void Context::swapRow(len_t index, BaseRow& row) {
+  if (index >= rows.size())
+    throw std::out_of_range("attempt to replace row outside of number of rows in query");
+  rows[index].swap(row);
+}
+
+void Context::clearRow(len_t index) {
+  const TableBindInfo* const info = tableBindInfo(index);
+  if (index >= rows.size() || info == nullptr) throwNoBinding();
+  BaseRow row(info->len);
+  row.rowTypeIs(static_cast<len_t>(info->rowType));
+  rows[index] = std::move(row);
+}
+
+// The host, or the failure of a row instruction that has none to go to. `what` names the kind of row.
+Proxy& Context::host(const char* what, len_t table) const {
+  if (proxy == nullptr)
+    throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
+                            std::to_string(table));
+  return *proxy;
+}
+
+bool Context::fetchRow(len_t table, len_t index) {
+  BaseRow row = host("input row", table).fetchRow(table, keyRow(), index);
+  const bool found = !row.isNull();
+  replaceRow(table, std::move(row));
+  return found;
+}
+
+void Context::lower_bound(len_t table, len_t index) {
+  host("input row", table).lower_bound(table, keyRow(), index);
+}
+
+void Context::begin(len_t table, len_t index) { host("input row", table).begin(table, index); }
+
+bool Context::nextRow(len_t table) {
+  BaseRow row = host("table", table).nextRow(table);
+  const bool found = !row.isNull();
+  replaceRow(table, std::move(row));
+  return found;
+}
+
+// The slot is tested before the host sees it: the row that it would be given lies outside of what we own.
+void Context::insertRow(len_t table) {
+  if (table >= rows.size()) throwNoBinding();
+  host("table", table).insertRow(rows[table]);
+  clearRow(table);
+}
+
+void Context::deleteRow(len_t table, len_t index) {
+  if (table >= rows.size()) throwNoBinding();
+  host("table", table).deleteRow(rows[table], index);
+  clearRow(table);
+}
+
+std::string Context::genWCName(len_t table, const std::string& suffix) {
+  return "t" + std::to_string(table) + suffix;
+}
+
+len_t Context::onRowWC(len_t table) const {
+  // With the trace on, every lookup shows.
+  if (debug.handler()->isOn(traceDetail)) return translateEntry(genWCName(table, "row.wc"));
+  return rowEntry(table);
+}
+
+// Building the name and looking it up costs more than most reactions.
+len_t Context::rowEntry(len_t table) const {
+  if (table >= rowEntries.size()) rowEntries.resize(std::size_t{table} + 1, -1);
+  int& entry = rowEntries[table];
+  if (entry < 0) entry = translateEntry(genWCName(table, "row.wc"));
+  return static_cast<len_t>(entry);
+}
+
+len_t Context::onDelWC(len_t table) const { return translateEntry(genWCName(table, "del.wc")); }
+
+len_t Context::onReadyWC(len_t table) const { return translateEntry(genWCName(table, "rdy.wc")); }
+
+len_t Context::projRowWC(len_t table, bool upper) const {
+  return translateEntry(genWCName(table, upper ? "pru.wc" : "prl.wc"));
+}
+
+void Context::setIterCount(len_t count) { valueIters.resize(std::size_t{count} + 2, nullptr); }
+
+ValueIterBase* Context::getValueAryIter(len_t index) const {
+  if (index >= valueIters.size() || valueIters[index] == nullptr) throwNoIterator(index);
+  return valueIters[index];
+}
+
+void Context::throwNoIterator(len_t index) {
+  throw std::runtime_error(
+      "Tavro::TvRT::ValueIterBase* Tavro::TvRT::Context::getValueAryIter(Tavro::len_t)"
+      " illegal value iterator index or null iterator: " +
+      std::to_string(index));
+}
+
+void Context::setValueAryIter(len_t index, ValueIterBase* iterator) {
+  if (index >= valueIters.size())
+    throw std::runtime_error(
+        "void Tavro::TvRT::Context::setValueAryIter(Tavro::len_t, Tavro::TvRT::ValueIterBase*)"
+        " illegal value iterator index: " +
+        std::to_string(index));
+  delete valueIters[index];
+  valueIters[index] = iterator;
+}
+
+}  // namespace Tavro::TvRT

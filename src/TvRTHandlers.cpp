@@ -1,0 +1,60 @@
+#include "Tavro/TvRTHandlers.h"
+
+#include <mutex>
+#include <stdexcept>
+#include <unordered_map>
+
+#include "Tavro/TvRTContext.h"
+#include "Tavro/tvExceptions.h"
+
+namespace Tavro::TvRT {
+
+namespace {
+
+OpResult noInstruction(Context& context) {
+  const auto offset = static_cast<len_t>(context.istream().programCounter() - IStream::handlerSlotWidth);
+  throw TvOutOfRange("no instruction at istream offset " + std::to_string(offset));
+}
+
+constexpr std::array<Handler, HandlerTable::capacity> allUnused() {
+  std::array<Handler, HandlerTable::capacity> table{};
+  table.fill(&noInstruction);
+  return table;
+}
+
+struct Registry {
+  std::mutex mutex;
+  std::unordered_map<Handler, HandlerNumber> numbers;
+  // By number; 0 is taken by noInstruction.
+  std::vector<Describe> describes{nullptr};
+};
+
+Registry& registry() {
+  static Registry instance;
+  return instance;
+}
+
+}  // namespace
+
+constinit std::array<Handler, HandlerTable::capacity> HandlerTable::handlers = allUnused();
+
+HandlerNumber HandlerTable::numberOf(Handler handler, Describe describe) {
+  Registry& known = registry();
+  const std::lock_guard lock(known.mutex);
+  const auto found = known.numbers.find(handler);
+  if (found != known.numbers.end()) return found->second;
+  const auto number = static_cast<HandlerNumber>(known.describes.size());
+  if (number == capacity) throw std::length_error("table of instruction handlers is full");
+  known.describes.push_back(describe);
+  known.numbers.emplace(handler, number);
+  handlers[number] = handler;
+  return number;
+}
+
+Describe HandlerTable::describe(HandlerNumber number) {
+  Registry& known = registry();
+  const std::lock_guard lock(known.mutex);
+  return number < known.describes.size() ? known.describes[number] : nullptr;
+}
+
+}  // namespace Tavro::TvRT
