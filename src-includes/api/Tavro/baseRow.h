@@ -57,18 +57,18 @@ inline void storeBytes(unsigned char* to, const T& value) {
   std::memcpy(to, &value, sizeof(T));
 }
 
-// The buffer of one row: `len` zeroed bytes, released with the object. Behind them lies room for one array
-// element, since an array may be indexed at its count.
+// The buffer of one row. Made by makeRowBuffer only.
 struct TAVRO_EXPORT TvRowBuf {
-  explicit TvRowBuf(len_t len) : buffer(static_cast<unsigned char*>(std::calloc(len + sizeof(Ip6Addr), 1))) {
-    if (buffer == nullptr) throw std::bad_alloc();
-  }
+  explicit TvRowBuf(unsigned char* bytes) : buffer(bytes) {}
   TvRowBuf(const TvRowBuf&) = delete;
   TvRowBuf& operator=(const TvRowBuf&) = delete;
-  ~TvRowBuf() { std::free(buffer); }
 
   unsigned char* buffer;
 };
+
+// A buffer of `len` zeroed bytes with one owner: counts, object and bytes in one block. Behind the bytes lies
+// room for one array element, since an array may be indexed at its count. Throws std::bad_alloc.
+TAVRO_EXPORT TvPtr<TvRowBuf> makeRowBuffer(len_t len);
 
 // True for the column types that stand in place.
 template <typename T>
@@ -193,7 +193,7 @@ class TAVRO_EXPORT BaseRow {
 
   static TvPtr<TvRowBuf> allocate(len_t len) {
     assertThat(len >= tv_contentOffset, "len >= tv_contentOffset", "Tavro::BaseRow::BaseRow(Tavro::len_t)");
-    return std::make_shared<TvRowBuf>(len);
+    return makeRowBuffer(len);
   }
 
   Payload payloadAt(len_t offset) const {
