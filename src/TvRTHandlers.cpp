@@ -1,8 +1,10 @@
 #include "Tavro/TvRTHandlers.h"
 
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 #include <unordered_map>
+#include <vector>
 
 #include "Tavro/TvRTContext.h"
 #include "Tavro/tvExceptions.h"
@@ -35,6 +37,40 @@ Registry& registry() {
 }
 
 }  // namespace
+
+void writeTypeNames(std::ostream& text, std::span<const NativeType> types, const char* separator) {
+  if (types.empty()) return;
+  const char* before = "<";
+  for (const NativeType& type : types) {
+    text << before << type.name;
+    before = separator;
+  }
+  text << ">";
+}
+
+std::string InstructionInfo::name() const {
+  std::ostringstream text;
+  text << className;
+  writeTypeNames(text, arguments, ",");
+  return text.str();
+}
+
+std::string InstructionInfo::installSignature() const {
+  std::ostringstream text;
+  text << "Tavro::len_t Tavro::TvRT::" << className;
+  if (!arguments.empty()) text << "<" << parameters << ">";
+  text << "::install(Tavro::TvRT::Context&)";
+  if (arguments.empty()) return text.str();
+  text << " [with ";
+  std::istringstream names(parameters);
+  for (const NativeType& type : arguments) {
+    std::string name;
+    std::getline(names >> std::ws, name, ',');
+    text << name << " = " << type.spelling << "; ";
+  }
+  text << "Tavro::len_t = short unsigned int]";
+  return text.str();
+}
 
 constinit std::array<Handler, HandlerTable::capacity> HandlerTable::handlers = allUnused();
 

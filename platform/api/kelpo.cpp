@@ -53,6 +53,14 @@ void DebugHandler::levelIs(int level, bool on) {
     mask_.fetch_and(~bit, std::memory_order_relaxed);
 }
 
+TraceLine::TraceLine() { text_.precision(12); }
+
+TraceLine::~TraceLine() = default;
+
+void TraceLine::log(DebugHandler& handler, int level, const char* source, int line, const char* function) {
+  handler.log(text_, level, source, line, function);
+}
+
 DebugHandler* Platform::getDebugHandler(const std::string& category) {
   Registry& known = registry();
   const std::lock_guard lock(known.mutex);

@@ -86,13 +86,27 @@ void writePart(std::ostream& text, const Part& part) {
     text << part;
 }
 
+// One trace line while it is composed. Out of line, since there are thousands of sites.
+class TAVRO_EXPORT TraceLine {
+ public:
+  TraceLine();
+  TraceLine(const TraceLine&) = delete;
+  TraceLine& operator=(const TraceLine&) = delete;
+  ~TraceLine();
+
+  std::ostream& text() { return text_; }
+  void log(DebugHandler& handler, int level, const char* source, int line, const char* function);
+
+ private:
+  std::stringstream text_;
+};
+
 template <typename... Parts>
 [[gnu::noinline, gnu::cold]] void writeTrace(DebugHandler& handler, int level, const char* source, int line,
                                              const char* function, Parts... parts) {
-  std::stringstream text;
-  text.precision(12);
-  (writePart(text, parts), ...);
-  handler.log(text, level, source, line, function);
+  TraceLine trace;
+  (writePart(trace.text(), parts), ...);
+  trace.log(handler, level, source, line, function);
 }
 
 // One trace site. When the level is off this costs one test, and nothing is composed: what is dear to make is

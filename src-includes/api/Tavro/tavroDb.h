@@ -99,11 +99,11 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   // Delivery stops; what comes is kept. No effect before the first `activate`.
   void deactivate(bool blocked);
 
-  // Inserts the row, shared and not copied. In a table with a key it replaces the row of its key: readers see
-  // that one deleted, then the new one inserted. A null row is the end-of-data mark: not stored, told to the
-  // readers. Throws TvMaxRowsExceeded when the table cannot take a row now (the block handler tells when it
-  // can again), TvOutOfRange for a row that does not fit the table, and std::logic_error on a reader. After a
-  // throw the table is as it was.
+  // Inserts the row, shared and not copied. It replaces the row whose key it has in a unique index: readers
+  // see that one deleted, then the new one inserted. A null row is the end-of-data mark: not stored, told to
+  // the readers. Throws TvMaxRowsExceeded when the table cannot take a row now (the block handler tells when
+  // it can again), TvOutOfRange for a row that does not fit the table or has the keys of several rows, what
+  // the program of an index throws, and std::logic_error on a reader. After a throw the table is as it was.
   void rowIs(BaseRow& row);
   // Removes the stored row that `row` names by key, or by equality in a table without key. Never blocks. No
   // effect when there is none, or when `row` has not the columns that are compared. Throws std::logic_error

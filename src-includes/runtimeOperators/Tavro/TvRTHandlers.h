@@ -1,8 +1,9 @@
 #pragma once
 
 #include <array>
+#include <iosfwd>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "Tavro/TvRTTypes.h"
 #include "Tavro/export.h"
@@ -44,12 +45,19 @@ struct StackEntry {
 };
 
 // What is known of an instruction, derived from the declarations in its class.
-struct InstructionInfo {
-  std::string name;    // class with its type arguments, as in "PushColumnOp<uint8_t,uint64_t>"
-  len_t operandWidth;  // bytes behind the handler slot
-  std::vector<OperandKind> operands;
-  std::vector<StackEntry> pops;    // topmost first
-  std::vector<StackEntry> pushes;  // in order of pushing
+struct TAVRO_EXPORT InstructionInfo {
+  const char* className;
+  const char* parameters;                 // how signatures name the type arguments, as in "CT, ST"
+  std::span<const NativeType> arguments;  // the type arguments
+  len_t operandWidth;                     // bytes behind the handler slot
+  std::span<const OperandKind> operands;
+  std::span<const StackEntry> pops;    // topmost first
+  std::span<const StackEntry> pushes;  // in order of pushing
+
+  // Class with its type arguments, as in "PushColumnOp<uint8_t,uint64_t>".
+  std::string name() const;
+  // The full signature of the class's `install`, as traces show it.
+  std::string installSignature() const;
 };
 using Describe = InstructionInfo (*)();
 
@@ -81,16 +89,21 @@ template <typename T>
 inline constexpr StackEntry stackEntry<ArrayReference<T>>{nativeType<T>.code, true};
 
 template <typename... T>
-std::vector<StackEntry> stackEntries(Types<T...>) {
-  return {stackEntry<T>...};
+inline constexpr std::array<StackEntry, sizeof...(T)> stackEntries{stackEntry<T>...};
+template <typename... T>
+inline constexpr std::array<NativeType, sizeof...(T)> nativeTypes{nativeType<T>...};
+
+template <typename... T>
+constexpr std::span<const StackEntry> stackEntriesOf(Types<T...>) {
+  return stackEntries<T...>;
+}
+template <typename... T>
+constexpr std::span<const NativeType> nativeTypesOf(Types<T...>) {
+  return nativeTypes<T...>;
 }
 
-// The type arguments of an instruction as its name shows them, "" for none.
-template <typename... T>
-std::string typeArguments(Types<T...>, const char* separator = ",") {
-  std::string text;
-  ((text += (text.empty() ? "<" : separator) + TvRTTypename<T>()), ...);
-  return text.empty() ? text : text + ">";
-}
+// "<uint8_t,uint64_t>", or nothing for no types.
+TAVRO_EXPORT void writeTypeNames(std::ostream& text, std::span<const NativeType> types,
+                                 const char* separator);
 
 }  // namespace Tavro::TvRT

@@ -19,47 +19,22 @@
 namespace Tavro::TvRT {
 
 // What is declared of an instruction class: its name, its type arguments with the names that signatures give
-// them
-// ("CT, ST"), the meaning of each data member, and what it pops, topmost first, and pushes.
+// them ("CT, ST"), the meaning of each data member, and what it pops, topmost first, and pushes.
 template <typename Arguments, typename Pops, typename Pushes, std::size_t OperandCount>
 struct OpShape {
   const char* className;
   const char* parameters;
   std::array<OperandKind, OperandCount> operands;
 
-  // "PushColumnOp<uint8_t,uint64_t>"
-  std::string name() const { return className + typeArguments(Arguments()); }
-
-  InstructionInfo info(len_t operandWidth) const {
-    return {name(),
+  // Of a shape that is a static member; the result refers to it.
+  constexpr InstructionInfo info(len_t operandWidth) const {
+    return {className,
+            parameters,
+            nativeTypesOf(Arguments()),
             operandWidth,
-            {operands.begin(), operands.end()},
-            stackEntries(Pops()),
-            stackEntries(Pushes())};
-  }
-
-  // The full signature of the class's `install`, as traces show it.
-  std::string installSignature() const {
-    const std::string names = parameters;
-    return "Tavro::len_t Tavro::TvRT::" + std::string(className) + (names.empty() ? "" : "<" + names + ">") +
-           "::install(Tavro::TvRT::Context&)" + withClause(Arguments(), parameters);
-  }
-
- private:
-  template <typename... T>
-  static std::string withClause(Types<T...>, const char* names) {
-    if constexpr (sizeof...(T) == 0) {
-      return "";
-    } else {
-      std::string text = " [with ";
-      const auto add = [&](const std::string& spelling) {
-        const std::size_t end = std::strcspn(names, ",");
-        text.append(names, end).append(" = ").append(spelling).append("; ");
-        names += end + std::strspn(names + end, ", ");
-      };
-      (add(Spelling<T>::text()), ...);
-      return text + "Tavro::len_t = short unsigned int]";
-    }
+            operands,
+            stackEntriesOf(Pops()),
+            stackEntriesOf(Pushes())};
   }
 };
 
@@ -80,11 +55,11 @@ InstructionInfo describe() {
 // Parts of trace lines: "PushColumnOp<uint8_t,uint64_t>" and "<uint8_t,uint64_t>".
 template <typename Op>
 void writeName(std::ostream& text) {
-  text << Op::shape.name();
+  text << describe<Op>().name();
 }
 template <typename... T>
 void writeTypes(std::ostream& text) {
-  text << typeArguments(Types<T...>());
+  writeTypeNames(text, nativeTypes<T...>, ",");
 }
 
 // Offset that stands for the operand block of an instruction without one.
@@ -102,9 +77,9 @@ len_t installInstruction(Context& context, const Op& instruction, const char* so
   len_t offset = noOperandBlock;
   if constexpr (operandWidth<Op> != 0)
     offset = context.append(operandWidth<Op>, reinterpret_cast<const unsigned char*>(&instruction));
-  Kelpo::trace(tvRtOpKelpoDebugHandler_, traceDetail, source, line, "install", [&](std::ostream& text) {
-    text << Op::shape.installSignature() << " installing at " << std::setw(4) << offset;
-  });
+  const auto writeSignature = [](std::ostream& text) { text << describe<Op>().installSignature(); };
+  Kelpo::trace(tvRtOpKelpoDebugHandler_, traceDetail, source, line, "install", writeSignature,
+               " installing at ", std::setw(4), offset);
   return offset;
 }
 

@@ -210,7 +210,7 @@ OpResult CurValueOp<CT, ST>::op(Context& context) {
   const Operands<CurValueOp> operands(context);
   const CT element = iteratorAt<CT>(context, operands->slot).lastValue();
   const StackValue<ST> value(widen(element), false);
-  const auto writeTypePair = [](std::ostream& text) { text << typeArguments(Types<CT, ST>(), ", "); };
+  const auto writeTypePair = [](std::ostream& text) { writeTypeNames(text, nativeTypes<CT, ST>, ", "); };
   traceOp(valueIterSource, __LINE__, shape.className, writeTypePair, "( ", operands->slot, " ) = ", value);
   context.stackR().push(value);
   operands.step();
