@@ -1,0 +1,27 @@
+#pragma once
+
+#include <sstream>
+#include <streambuf>
+#include <string>
+
+namespace Tavro::Tool {
+
+// Takes what std::cerr is given while the object lives; one at a time. When the process ends meanwhile, what
+// has been taken goes to standard error after all.
+class CapturedErrors {
+ public:
+  CapturedErrors();
+  CapturedErrors(const CapturedErrors&) = delete;
+  CapturedErrors& operator=(const CapturedErrors&) = delete;
+  ~CapturedErrors();
+
+  std::string text() const { return taken_.str(); }
+
+ private:
+  static void release();
+
+  std::stringbuf taken_;
+  std::streambuf* former_;
+};
+
+}  // namespace Tavro::Tool

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "Tavro/database.h"
+#include "csvReader.h"
+
+namespace Tavro::Tool {
+
+// Reads events, one CSV record each, and applies them to the tables: "+,TABLE,value,..." inserts a row,
+// "-,TABLE,value,..." deletes one.
+class EventReader {
+ public:
+  // `source` is not owned. Rows inserted into `output` do not count as rows in.
+  EventReader(TvPtr<TavroDB> database, CsvReader& source, const Table& output);
+
+  // Applies the next event; false when there are no more. Throws Failure for an event that cannot be applied.
+  bool applyNext();
+
+  std::size_t rowsIn() const { return rowsIn_; }
+
+ private:
+  // A table with the tool's own connection to it.
+  struct Target {
+    Table* table;
+    std::unique_ptr<TvTableInterface> interface;
+  };
+
+  Target& targetOf(const CsvCell& cell);
+  void insert(const Target& target, BaseRow row);
+  void erase(const Target& target, BaseRow row);
+
+  TvPtr<TavroDB> database_;
+  CsvReader& source_;
+  const Table& output_;
+  std::unordered_map<std::string, Target> targets_;
+  std::size_t rowsIn_ = 0;
+};
+
+}  // namespace Tavro::Tool
