@@ -62,9 +62,11 @@ void Context::bindTable(len_t index, len_t len, len_t outIndex, const std::strin
   BaseRow row(len);
   auto info = std::make_unique<TableBindInfo>(*database, index, len, outIndex, name, alias, sig);
   tbis.resize(slots);
+  fixedLengths.resize(slots);
   rows.resize(slots);
   rows[index] = std::move(row);
   tbis[index] = info.release();
+  fixedLengths[index] = len;
 }
 
 len_t Context::constructPseudoBindTableInfo(const std::string& name) {
@@ -85,6 +87,7 @@ void Context::endEncountered() {
 void Context::deleteBindings() {
   for (TableBindInfo* const info : tbis) delete info;
   tbis.clear();
+  fixedLengths.clear();
 }
 
 void Context::bindParameters(len_t len, const std::string& text) {

@@ -31,8 +31,7 @@ ClientMap makeClientMap(const Program& program, const std::map<std::string, std:
     const auto parameter = program.parameters.find(name);
     if (parameter != program.parameters.end()) {
       checkValue(name, parameter->second, text);
-      // The library puts quotes around the text of a string array too, and quotes alone are no array.
-      map[name] = parameter->second.isArray() && text.empty() ? "[]" : text;
+      map[name] = text;
       continue;
     }
     bool known = false;

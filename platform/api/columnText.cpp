@@ -166,8 +166,8 @@ std::size_t endOfString(std::string_view text, std::size_t begin) {
 class ElementTexts {
  public:
   ElementTexts(const Source& array, bool isString) : array_(array), isString_(isString), rest_(array.text) {
-    if (isString && rest_.starts_with("\"[") && rest_.ends_with("]\""))
-      rest_ = rest_.substr(1, rest_.size() - 2);
+    const bool isQuoted = rest_ == "\"\"" || (rest_.starts_with("\"[") && rest_.ends_with("]\""));
+    if (isString && isQuoted) rest_ = rest_.substr(1, rest_.size() - 2);
     if (rest_.empty()) return;
     if (rest_.size() < 2 || rest_.front() != '[' || rest_.back() != ']') array_.isNone();
     rest_ = withoutBlanks(rest_.substr(1, rest_.size() - 2));

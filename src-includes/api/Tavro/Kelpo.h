@@ -109,14 +109,21 @@ template <typename... Parts>
   trace.log(handler, level, source, line, function);
 }
 
+// What the cold function of a trace site gets of a part: a copy. A type that does not travel in registers may
+// have an overload of its own beside it, which gives something that does.
+template <typename Part>
+inline std::decay_t<const Part&> tracePart(const Part& part) {
+  return part;
+}
+
 // One trace site. When the level is off this costs one test, and nothing is composed: what is dear to make is
-// given as a callable that writes it. Parts are taken by value, since what is referred to has to stand in
-// memory, and most sites are on the path of an instruction.
+// given as a callable that writes it. Most sites are on the path of an instruction, whose values must not
+// have to stand in memory for the sake of a trace.
 template <typename... Parts>
 inline void trace(DebugHandler* handler, int level, const char* source, int line, const char* function,
-                  Parts... parts) {
+                  const Parts&... parts) {
   if (handler->isOn(level)) [[unlikely]]
-    writeTrace(*handler, level, source, line, function, parts...);
+    writeTrace(*handler, level, source, line, function, tracePart(parts)...);
 }
 
 }  // namespace Kelpo

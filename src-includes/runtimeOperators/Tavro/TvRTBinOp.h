@@ -16,9 +16,8 @@ inline constexpr const char* binOpSource = "../src-includes/runtimeOperators/Tav
 // Pop both sides, compute, trace under the name of `T`, push.
 template <typename T, typename Left, typename Right, typename Result, typename Compute>
 inline OpResult runBinOp(Context& context, const char* className, const Compute& compute) {
-  StackFrame stack(context.stackR());
-  const StackValue<Right> right = stack.pop<Right>();
-  const StackValue<Left> left = stack.pop<Left>();
+  Stack& stack = context.stackR();
+  const auto [right, left] = stack.popPair<Right, Left>();
   const StackValue<Result> result = compute(left, right);
   traceOp(binOpSource, __LINE__, className, writeTypes<T>, " ( ", left, ", ", right, " ) = ", result);
   stack.push(result);
@@ -88,9 +87,7 @@ struct TAVRO_EXPORT tv_noOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<>>("tv_noOperation", "T");
 
   static OpResult op(Context& context) {
-    StackFrame stack(context.stackR());
-    const StackValue<T> right = stack.pop<T>();
-    const StackValue<T> left = stack.pop<T>();
+    const auto [right, left] = context.stackR().popPair<T, T>();
     traceOp(binOpSource, __LINE__, writeName<tv_noOperation>, " ( ", left, ", ", right, " )");
     return OpOk;
   }

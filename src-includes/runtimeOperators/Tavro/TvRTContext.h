@@ -158,9 +158,9 @@ class TAVRO_EXPORT Context {
   void clearRow(len_t index);
   // Length of the fixed part of the slot's rows. Throws std::out_of_range for a slot without a binding.
   len_t fixedLength(len_t index) const {
-    if (index >= tbis.size() || tbis[index] == nullptr) [[unlikely]]
+    if (index >= fixedLengths.size() || fixedLengths[index] == 0) [[unlikely]]
       throwNoBinding();
-    return tbis[index]->len;
+    return fixedLengths[index];
   }
 
   BaseRow outputRow() { return getRow(0); }
@@ -289,6 +289,8 @@ class TAVRO_EXPORT Context {
   bool nullsFirst = true;
   std::deque<len_t> returnStack;
   __kelpoDebug debug;
+  // `len` of each slot's binding record, 0 for none: every store into a row asks for it.
+  std::vector<len_t> fixedLengths;
   // What onRowWC found for each table, -1 for not looked up yet. Emptied whenever a name gets another label.
   mutable std::vector<int> rowEntries;
 };

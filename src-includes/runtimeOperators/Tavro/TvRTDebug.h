@@ -22,7 +22,7 @@ TAVRO_EXPORT extern Kelpo::DebugHandler* tvRtOpKelpoDebugHandler_;
 
 // The trace site of an instruction's execution.
 template <typename... Parts>
-inline void traceOp(const char* source, int line, Parts... parts) {
+inline void traceOp(const char* source, int line, const Parts&... parts) {
   Kelpo::trace(tvRtOpKelpoDebugHandler_, traceEvents, source, line, "op", parts...);
 }
 

@@ -104,13 +104,10 @@ class TAVRO_EXPORT MiscExprOps {
 
 template <typename T>
 OpResult CondExprOp<T>::op(Context& context) {
-  {
-    StackFrame stack(context.stackR());
-    const StackValue<T> ifFalse = stack.pop<T>();
-    const StackValue<bool> condition = stack.pop<bool>();
-    const StackValue<T> ifTrue = stack.pop<T>();
-    stack.push(condition.value != 0 ? ifTrue : ifFalse);
-  }
+  Stack& stack = context.stackR();
+  const auto [ifFalse, condition] = stack.popPair<T, bool>();
+  const StackValue<T> ifTrue = stack.pop<T>();
+  stack.push(condition.value != 0 ? ifTrue : ifFalse);
   context.stepPC(1);
   return OpOk;
 }
@@ -145,9 +142,8 @@ std::uint32_t HashOp<T>::hashOf(const typename StackValue<T>::Stored& value) {
 
 template <typename T>
 OpResult HashOp<T>::op(Context& context) {
-  StackFrame stack(context.stackR());
-  const StackValue<T> value = stack.pop<T>();
-  const StackValue<unsigned long long> seed = stack.pop<unsigned long long>();
+  Stack& stack = context.stackR();
+  const auto [value, seed] = stack.popPair<T, unsigned long long>();
   const auto hashed = value.value;
   const StackValue<unsigned long long> result(
       combineHash(static_cast<std::uint32_t>(seed.value), hashOf(hashed)), value.isNull() || seed.isNull());

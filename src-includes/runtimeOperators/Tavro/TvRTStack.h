@@ -36,34 +36,48 @@ struct StackValue {
 // A slot's bytes, moved as flag and value: a slot that is written as one pair of stores and read as another,
 // as a plain copy of its 9 bytes would be, stalls the processor.
 template <typename T>
-inline StackValue<T> loadSlot(const unsigned char* slot) {
-  StackValue<T> entry;
+inline void loadSlot(const unsigned char* slot, StackValue<T>& entry) {
+  typename StackValue<T>::Stored value;
+  std::memcpy(static_cast<void*>(&value), slot + 1, sizeof(value));
   entry.flag = *slot;
-  std::memcpy(static_cast<void*>(&entry.value), slot + 1, sizeof(entry.value));
-  return entry;
+  entry.value = value;
 }
 template <typename T>
 inline void storeSlot(unsigned char* slot, const StackValue<T>& entry) {
-  *slot = entry.flag;
   const auto value = entry.value;
+  *slot = entry.flag;
   std::memcpy(slot + 1, static_cast<const void*>(&value), sizeof(value));
+}
+
+// A value as a trace shows it; unlike the packed slot it travels in registers.
+template <typename T>
+struct ShownValue {
+  typename StackValue<T>::Stored value;
+  bool isNull;
+};
+
+template <typename T>
+inline ShownValue<T> tracePart(const StackValue<T>& entry) {
+  return {entry.value, entry.isNull()};
 }
 
 // "NULL", or the value.
 template <typename T>
-std::ostream& operator<<(std::ostream& out, const StackValue<T>& entry) {
-  if (entry.isNull()) return out << "NULL";
+std::ostream& operator<<(std::ostream& out, const ShownValue<T>& shown) {
+  if (shown.isNull) return out << "NULL";
   if constexpr (std::is_same_v<T, bool>) {
-    const bool value = entry.value != 0;
+    const bool value = shown.value != 0;
     return out << FMT<bool>{value};
+  } else if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
+                       std::is_same_v<T, StringValueReference>) {
+    return out << FMT<T>{shown.value};
   } else {
-    const T value = entry.value;
-    if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
-                  std::is_same_v<T, StringValueReference>)
-      return out << FMT<T>{value};
-    else
-      return out << value;
+    return out << shown.value;
   }
+}
+template <typename T>
+std::ostream& operator<<(std::ostream& out, const StackValue<T>& entry) {
+  return out << tracePart(entry);
 }
 
 // The evaluation stack of one context: a raw byte stack of fixed size that grows upward.
@@ -98,6 +112,27 @@ class TAVRO_EXPORT Stack {
     return take<T>();
   }
 
+  // Two slots: the topmost, and the one below it.
+  template <typename Top, typename Next>
+  struct Pair {
+    StackValue<Top> top;
+    StackValue<Next> next;
+  };
+
+  // Removes the two topmost slots, as two pops do, with one test and one update where nothing is traced.
+  template <typename Top, typename Next>
+  Pair<Top, Next> popPair() {
+    Pair<Top, Next> pair;
+    if (isTraced()) [[unlikely]] {
+      pair.top = popTraced<Top>();
+      pair.next = popTraced<Next>();
+    } else {
+      takeInto(pair.top);
+      takeInto(pair.next);
+    }
+    return pair;
+  }
+
   // Places a slot on top. Throws std::out_of_range when there is no room; the stack is then as it was.
   template <typename T>
   void push(const StackValue<T>& value) {
@@ -115,18 +150,23 @@ class TAVRO_EXPORT Stack {
   const unsigned char* bottom() const { return base; }
 
  private:
-  friend class StackFrame;
-
   bool isTraced() const { return debug.handler()->anyOn(1U << traceEvents | 1U << traceDetail); }
 
   template <typename T>
-  StackValue<T> take() {
+  void takeInto(StackValue<T>& value) {
     static_assert(sizeof(StackValue<T>) <= guardSize);
-    if (top <= base) [[unlikely]]
+    unsigned char* const behind = top;
+    if (behind <= base) [[unlikely]]
       throwUnderflow();
-    unsigned char* const from = top - sizeof(StackValue<T>);
-    top = from;
-    return loadSlot<T>(from);
+    top = behind - sizeof(StackValue<T>);
+    loadSlot(behind - sizeof(StackValue<T>), value);
+  }
+
+  template <typename T>
+  StackValue<T> take() {
+    StackValue<T> value;
+    takeInto(value);
+    return value;
   }
 
   template <typename T>
@@ -186,56 +226,5 @@ void Stack::pushTraced(StackValue<T> value) {
     text << " <-- " << value;
   });
 }
-
-// The stack as one handler uses it: `top` is read once here and written once at the end, also when an
-// exception leaves the handler. Bytes stored on the stack may alias `top` as far as the compiler can tell, so
-// without this every push and pop of a handler would go through memory.
-class StackFrame {
- public:
-  explicit StackFrame(Stack& stack) : stack_(stack), top_(stack.top), traced_(stack.isTraced()) {}
-  StackFrame(const StackFrame&) = delete;
-  StackFrame& operator=(const StackFrame&) = delete;
-  ~StackFrame() { stack_.top = top_; }
-
-  template <typename T>
-  StackValue<T> pop() {
-    if (traced_) [[unlikely]]
-      return through([&] { return stack_.pop<T>(); });
-    if (top_ <= stack_.base) [[unlikely]]
-      Stack::throwUnderflow();
-    top_ -= sizeof(StackValue<T>);
-    return loadSlot<T>(top_);
-  }
-
-  template <typename T>
-  void push(const StackValue<T>& value) {
-    if (traced_) [[unlikely]]
-      return through([&] { stack_.push(value); });
-    if (stack_.limit < top_ + sizeof(value.value)) [[unlikely]]
-      overflow(sizeof(value.value));
-    storeSlot(top_, value);
-    top_ += sizeof value;
-  }
-
- private:
-  // Does `work` on the stack itself.
-  template <typename Work>
-  [[gnu::noinline, gnu::cold]] auto through(const Work& work) {
-    stack_.top = top_;
-    struct Reread {
-      StackFrame& frame;
-      ~Reread() { frame.top_ = frame.stack_.top; }
-    } const reread{*this};
-    return work();
-  }
-  [[noreturn, gnu::cold]] void overflow(std::size_t width) {
-    stack_.top = top_;
-    stack_.throwOverflow(width);
-  }
-
-  Stack& stack_;
-  unsigned char* top_;
-  bool traced_;
-};
 
 }  // namespace Tavro::TvRT

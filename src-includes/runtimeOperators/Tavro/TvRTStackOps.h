@@ -334,9 +334,8 @@ OpResult DiscardOp<T>::op(Context& context) {
 // The common work of both exchanges. The trace names the topmost type alone.
 template <typename T, typename U>
 inline void swapTop(Context& context, const char* name, int line) {
-  StackFrame stack(context.stackR());
-  const StackValue<T> top = stack.pop<T>();
-  const StackValue<U> next = stack.pop<U>();
+  Stack& stack = context.stackR();
+  const auto [top, next] = stack.popPair<T, U>();
   traceOp(stackOpsSource, line, name, writeTypes<T>, "( ", top, ", ", next, " )");
   stack.push(top);
   stack.push(next);

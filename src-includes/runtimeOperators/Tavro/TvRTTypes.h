@@ -99,9 +99,9 @@ using StackTypeOf = std::conditional_t<
     std::conditional_t<!std::is_integral_v<CT> || std::is_same_v<CT, bool>, CT,
                        std::conditional_t<std::is_unsigned_v<CT>, unsigned long long, long long>>>;
 
-// A column value on its way to the stack.
+// A column value on its way to the stack. By value, as below: it may stand in the stream, unaligned.
 template <typename CT>
-inline auto widen(const CT& value) {
+inline auto widen(CT value) {
   if constexpr (std::is_same_v<CT, bool>)
     return static_cast<unsigned char>(value);
   else
@@ -110,7 +110,7 @@ inline auto widen(const CT& value) {
 
 // A stack value on its way into a column: high bits go without a message.
 template <typename CT, typename ST>
-inline CT narrow(const ST& value) {
+inline CT narrow(ST value) {
   if constexpr (std::is_same_v<CT, bool>)
     return value != 0;
   else

@@ -63,7 +63,7 @@ class TAVRO_EXPORT UnaryOps {
 template <typename T, typename U, typename Compute>
 inline OpResult runUnaryOp(Context& context, const char* name, void (*types)(std::ostream&),
                            const Compute& compute) {
-  StackFrame stack(context.stackR());
+  Stack& stack = context.stackR();
   const StackValue<T> entry = stack.pop<T>();
   const StackValue<U> result(compute(entry.value), entry.isNull());
   traceOp(unaryOpsSource, __LINE__, name, types, "( ", entry, " ) = ", result);
