@@ -46,7 +46,7 @@ EOLS          ({BLANK}*\n)+
 {EOLS}                                    { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NEWLINE; }
 [0-9]+|0x[0-9a-fA-F]+                     { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NUMBER; }
 \"                                        { BEGIN(IN_STRING); }
-<IN_STRING>[^\t\n"\\]                     { stringBuffer << yytext; }
+<IN_STRING>[^\t\n"\\]                     { stringBuffer.put(*yytext); }
 <IN_STRING>\n                             { stringBuffer << '\n'; }
 <IN_STRING>\t                             { stringBuffer << '\t'; }
 <IN_STRING>\\\"                           { stringBuffer << '"'; }

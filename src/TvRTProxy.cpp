@@ -186,6 +186,9 @@ void Proxy::onRow(len_t index, const BaseRow& row) {
     text << "void Tavro::TvRT::Proxy::onRow(Tavro::len_t, const Tavro::BaseRow&)" << index;
   });
   const len_t entry = context->onRowWC(index);
+  // A context that is not ready refuses, before the row reaches its slot: a suspended run still reads the row that
+  // stands there.
+  if (context->runState() != Context::Ready) context->execute(entry);
   context->replaceRow(index, row);
   if (entry != 0) context->execute(entry);
   snapshotStats();
@@ -266,7 +269,9 @@ BaseRow Proxy::nextRow(len_t index) {
   const TvTableInterface& table = input(index, "table");
   VtiCtrl& cursor = rowIters[index];
   if (cursor.iter == table.end(static_cast<unsigned char>(cursor.indexNum))) return BaseRow();
-  return *cursor.iter++;
+  BaseRow row = *cursor.iter;
+  ++cursor.iter;
+  return row;
 }
 
 void Proxy::insertRow(BaseRow& row) { tableOut().rowIs(row); }
