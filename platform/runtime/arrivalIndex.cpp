@@ -1,7 +1,6 @@
 #include "arrivalIndex.h"
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 namespace Tavro {
@@ -21,19 +20,17 @@ std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
   return mix(hash, rest);
 }
 
-EncodedKey hashKey(std::uint64_t hash, std::uint64_t arrival) {
-  return {hash, arrival, keyHeadLength, nullptr};
-}
-
 }  // namespace
 
 ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
                            len_t fixedLength)
-    : IndexBase(columns.front().tableName(), number), shape_(columns, fixedLength), encoder_(columns) {}
+    : IndexBase(columns.front().tableName(), number, false),
+      shape_(columns, fixedLength),
+      encoder_(columns) {}
 
 IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
   const std::uint64_t hash = hasLookup_ ? hashOf(row) : 0;
-  IndexEntry::Owner entry = IndexEntry::make(row, arrival, hashKey(hash, arrival));
+  IndexEntry::Owner entry = IndexEntry::make(row, arrival, HashedEntries::key(hash, arrival));
   if (hasLookup_) byHash_.insert(*entry);
   return link(std::move(entry), nullptr);
 }
@@ -44,20 +41,15 @@ IndexEntry* ArrivalIndex::find(const BaseRow& row) {
   if (!hasLookup_) buildLookup();
   KeyBuffer wanted;
   encoder_.append(row, wanted);
-  const std::uint64_t hash = hashBytes(wanted.bytes(), wanted.size());
-  IndexEntry* candidate = byHash_.lowerBound(hashKey(hash, 0));
-  while (candidate != nullptr && candidate->high == hash) {
+  return byHash_.find(hashBytes(wanted.bytes(), wanted.size()), [&](const BaseRow& candidate) {
     KeyBuffer found;
-    encoder_.append(candidate->row, found);
-    if (std::equal(wanted.bytes(), wanted.bytes() + wanted.size(), found.bytes(),
-                   found.bytes() + found.size()))
-      return candidate;
-    candidate = byHash_.lowerBound(hashKey(hash, candidate->arrival + 1));
-  }
-  return nullptr;
+    encoder_.append(candidate, found);
+    return std::equal(wanted.bytes(), wanted.bytes() + wanted.size(), found.bytes(),
+                      found.bytes() + found.size());
+  });
 }
 
-IndexEntry* ArrivalIndex::lowerBound(const BaseRow&) { throw std::runtime_error(title() + " has no order"); }
+IndexEntry* ArrivalIndex::lowerBound(const BaseRow&) { throwNoOrder(); }
 
 void ArrivalIndex::forget(IndexEntry& entry) noexcept {
   if (hasLookup_) byHash_.erase(entry);

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "Tavro/tvMetadata.h"
-#include "entryTree.h"
+#include "hashedEntries.h"
 #include "index.h"
 #include "keyEncoder.h"
 #include "rowShape.h"
@@ -28,8 +28,8 @@ class ArrivalIndex : public IndexBase {
 
   RowShape shape_;
   KeyEncoder encoder_;
-  // Entries by the hash of all their columns, then by arrival. Empty until the first lookup.
-  EntryTree byHash_;
+  // By all columns. Empty until the first lookup.
+  HashedEntries byHash_;
   bool hasLookup_ = false;
 };
 

@@ -1,11 +1,12 @@
 #include "index.h"
 
+#include <stdexcept>
 #include <utility>
 
 namespace Tavro {
 
-IndexBase::IndexBase(std::string tableName, unsigned number)
-    : tableName_(std::move(tableName)), number_(number) {}
+IndexBase::IndexBase(std::string tableName, unsigned number, bool unique)
+    : tableName_(std::move(tableName)), number_(number), unique_(unique) {}
 
 IndexBase::~IndexBase() {
   while (iterators_ != nullptr) iterators_->detach();
@@ -24,11 +25,20 @@ IndexEntry* IndexBase::link(IndexEntry::Owner owner, IndexEntry* behind) noexcep
   return entry;
 }
 
+void IndexBase::unlink(IndexEntry& entry) noexcept {
+  (entry.previous == nullptr ? first_ : entry.previous->next) = entry.next;
+  (entry.next == nullptr ? last_ : entry.next->previous) = entry.previous;
+}
+
+void IndexBase::relinkLast(IndexEntry& entry) noexcept {
+  unlink(entry);
+  link(IndexEntry::Owner(&entry), nullptr);
+}
+
 void IndexBase::erase(IndexEntry& entry) noexcept {
   moveIterators(entry, entry.next);
   forget(entry);
-  (entry.previous == nullptr ? first_ : entry.previous->next) = entry.next;
-  (entry.next == nullptr ? last_ : entry.next->previous) = entry.previous;
+  unlink(entry);
   IndexEntry::Deleter()(&entry);
 }
 
@@ -49,6 +59,8 @@ void IndexBase::moveIterators(const IndexEntry& from, IndexEntry* to) noexcept {
   }
 }
 
-std::string IndexBase::title() const { return "table " + tableName_ + ": index " + std::to_string(number_); }
+void IndexBase::throwNoOrder() const {
+  throw std::runtime_error("table " + tableName_ + ": index " + std::to_string(number_) + " has no order");
+}
 
 }  // namespace Tavro

@@ -12,11 +12,14 @@ namespace Tavro {
 // entries.
 class IndexBase {
  public:
-  IndexBase(std::string tableName, unsigned number);
+  IndexBase(std::string tableName, unsigned number, bool unique);
   IndexBase(const IndexBase&) = delete;
   IndexBase& operator=(const IndexBase&) = delete;
   // Iterators on rows of the index become default iterators.
   virtual ~IndexBase();
+
+  // The index admits one row per key.
+  bool isUnique() const { return unique_; }
 
   // True when `row` has the columns that the index compares.
   virtual bool takes(const BaseRow& row) const = 0;
@@ -32,9 +35,9 @@ class IndexBase {
 
   // Removes the entry; iterators on it move to its successor.
   void erase(IndexEntry& entry) noexcept;
-  // Another row takes the place of the entry's own, with the same key. Iterators move to the successor, since
-  // the row that they stood on is gone.
-  void replaceRow(IndexEntry& entry, const BaseRow& row, std::uint64_t arrival) noexcept;
+  // Another row of the same key takes the place of the entry's own in a unique index. Iterators move to the
+  // successor, since the row that they stood on is gone.
+  virtual void replaceRow(IndexEntry& entry, const BaseRow& row, std::uint64_t arrival) noexcept;
 
   IndexEntry* first() const { return first_; }
   TvRowIterator iteratorAt(IndexEntry* entry) { return {this, entry}; }
@@ -45,17 +48,21 @@ class IndexBase {
 
   // Puts the entry before `behind`, or last for null, and takes it over.
   IndexEntry* link(IndexEntry::Owner entry, IndexEntry* behind) noexcept;
+  // Moves an entry of the list to its end.
+  void relinkLast(IndexEntry& entry) noexcept;
 
-  // "table NAME: index N", for messages.
-  std::string title() const;
+  [[noreturn]] void throwNoOrder() const;
 
  private:
   friend class TvRowIterator;
+
+  void unlink(IndexEntry& entry) noexcept;
 
   void moveIterators(const IndexEntry& from, IndexEntry* to) noexcept;
 
   std::string tableName_;
   unsigned number_;
+  bool unique_;
   IndexEntry* first_ = nullptr;
   IndexEntry* last_ = nullptr;
   TvRowIterator* iterators_ = nullptr;

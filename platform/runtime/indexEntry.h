@@ -23,7 +23,7 @@ struct IndexEntry {
   // The entries before and behind in the order of the index.
   IndexEntry* previous = nullptr;
   IndexEntry* next = nullptr;
-  // The same row in the index of the next number.
+  // The same row in the index of the next number; behind the last comes index 0 again.
   IndexEntry* inNextIndex = nullptr;
   // The row's number in order of arrival, from 1.
   std::uint64_t arrival;

@@ -8,11 +8,10 @@
 
 #include "arrivalIndex.h"
 #include "orderedIndex.h"
+#include "programmedIndex.h"
 
 namespace Tavro {
 namespace {
-
-constexpr std::size_t maxIndexes = 256;
 
 len_t endOf(const tvMetadata::tvColumn& column) {
   return static_cast<len_t>(column.offset() + column.length());
@@ -85,6 +84,7 @@ MemoryTable::MemoryTable(std::string name, unsigned short rowType, std::vector<t
     indexes_.push_back(std::make_unique<OrderedIndex>(0U, keys, fixedLength_, true));
   else
     indexes_.push_back(std::make_unique<ArrivalIndex>(0U, columns_, fixedLength_));
+  entries_.resize(1);
 }
 
 MemoryTable::~MemoryTable() {
@@ -99,19 +99,48 @@ BaseRow MemoryTable::newRow() const {
 }
 
 unsigned MemoryTable::addIndex(const std::vector<std::string>& columnNames) {
+  return add([&](unsigned number) {
+    return std::make_unique<OrderedIndex>(number, columnsNamed(columnNames), fixedLength_, false);
+  });
+}
+
+unsigned MemoryTable::addIndex(TvPtr<RowOpsBase> rules) {
+  if (rules == nullptr) throw std::invalid_argument("table " + name_ + ": an index needs rules");
+  return add([&](unsigned number) {
+    if (rules->index() != number)
+      throw std::invalid_argument("table " + name_ + ": rules of index " + std::to_string(rules->index()) +
+                                  " given to index " + std::to_string(number));
+    return makeProgrammedIndex(number, columns_, fixedLength_, std::move(rules));
+  });
+}
+
+unsigned MemoryTable::add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make) {
   if (indexes_.size() == maxIndexes)
     throw std::length_error("table " + name_ + " has no room for a further index");
   const auto number = static_cast<unsigned>(indexes_.size());
-  auto added = std::make_unique<OrderedIndex>(number, columnsNamed(columnNames), fixedLength_, false);
-  // The rows' chains end at what was the last index; nothing is changed until all rows stand in the new one.
+  std::unique_ptr<IndexBase> added = make(number);
+  std::vector<IndexEntry*> rows;
+  rows.reserve(size_);
+  for (IndexEntry* entry = indexes_.front()->first(); entry != nullptr; entry = entry->next)
+    rows.push_back(entry);
+  std::sort(rows.begin(), rows.end(),
+            [](const IndexEntry* a, const IndexEntry* b) { return a->arrival < b->arrival; });
+  // Nothing is changed until all rows stand in the new index.
   std::vector<std::pair<IndexEntry*, IndexEntry*>> joints;
   joints.reserve(size_);
-  for (IndexEntry* entry = indexes_.front()->first(); entry != nullptr; entry = entry->next) {
-    IndexEntry* last = entry;
-    while (last->inNextIndex != nullptr) last = last->inNextIndex;
-    joints.emplace_back(last, added->insert(entry->row, entry->arrival));
+  for (IndexEntry* const first : rows) {
+    IndexEntry* last = first;
+    while (last->inNextIndex != first) last = last->inNextIndex;
+    if (added->isUnique() && added->find(first->row) != nullptr)
+      throw std::invalid_argument("table " + name_ + ": index " + std::to_string(number) +
+                                  " admits one row per key, but two rows have one");
+    IndexEntry* const entry = added->insert(first->row, first->arrival);
+    entry->inNextIndex = first;
+    joints.emplace_back(last, entry);
   }
+  entries_.reserve(number + 1);
   indexes_.push_back(std::move(added));
+  entries_.resize(number + 1);
   for (const auto& [last, entry] : joints) last->inNextIndex = entry;
   return number;
 }
@@ -143,15 +172,21 @@ IndexBase& MemoryTable::index(unsigned number) const {
 void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
   shape_.require(row);
   requireRoom(writer);
-  IndexEntry* const replaced = hasKey_ ? indexes_.front()->find(row) : nullptr;
   Announcement news(readers_);
-  if (replaced != nullptr) news.add(Change::Kind::deleted, replaced->row);
-  news.add(Change::Kind::inserted, row);
-  if (replaced != nullptr) {
-    replace(*replaced, row);
+  const Meeting met = meet(row, nullptr);
+  if (met.entry == nullptr) {
+    news.add(Change::Kind::inserted, row);
+    put(row);
   } else {
-    insertFrom(0, row);
-    ++size_;
+    news.add(Change::Kind::deleted, met.entry->row);
+    if (autoUpdate_ == nullptr) {
+      news.add(Change::Kind::inserted, row);
+      replace(met, row);
+    } else {
+      const BaseRow merged = merge(met.entry->row, row);
+      news.add(Change::Kind::inserted, merged);
+      replace(meet(merged, met.entry), merged);
+    }
   }
   news.make();
 }
@@ -162,7 +197,7 @@ void MemoryTable::remove(const BaseRow& row) {
   if (entry == nullptr) return;
   Announcement news(readers_);
   news.add(Change::Kind::deleted, entry->row);
-  eraseFrom(0, entry);
+  erase(*entry);
   --size_;
   news.make();
 }
@@ -173,37 +208,87 @@ void MemoryTable::end() {
   news.make();
 }
 
-// Puts the row into every index from `firstIndex` on and returns its entry in that one, or null if there is
-// none.
-IndexEntry* MemoryTable::insertFrom(std::size_t firstIndex, const BaseRow& row) {
-  IndexEntry* first = nullptr;
-  IndexEntry** joint = &first;
-  try {
-    for (std::size_t i = firstIndex; i < indexes_.size(); ++i) {
-      *joint = indexes_[i]->insert(row, arrivals_ + 1);
-      joint = &(*joint)->inNextIndex;
-    }
-  } catch (...) {
-    eraseFrom(firstIndex, first);
-    throw;
-  }
-  ++arrivals_;
+IndexEntry* MemoryTable::inFirstIndex(IndexEntry& entry, std::size_t index) const {
+  IndexEntry* first = &entry;
+  for (; index < indexes_.size(); ++index) first = first->inNextIndex;
   return first;
 }
 
-void MemoryTable::eraseFrom(std::size_t firstIndex, IndexEntry* entry) noexcept {
-  for (std::size_t i = firstIndex; entry != nullptr; ++i) {
-    IndexEntry* const inNextIndex = entry->inNextIndex;
-    indexes_[i]->erase(*entry);
-    entry = inNextIndex;
+// `stored` is the entry of the row that it is to replace, or null.
+MemoryTable::Meeting MemoryTable::meet(const BaseRow& row, IndexEntry* stored) const {
+  Meeting met{stored, {}};
+  for (std::size_t i = 0; i < indexes_.size(); ++i) {
+    if (!indexes_[i]->isUnique()) continue;
+    IndexEntry* const found = indexes_[i]->find(row);
+    if (found == nullptr) continue;
+    IndexEntry* const entry = inFirstIndex(*found, i);
+    if (met.entry != nullptr && met.entry != entry)
+      throw TvOutOfRange("table " + name_ + ": the row has the key of one row, but in index " +
+                         std::to_string(i) + " that of another");
+    met.entry = entry;
+    met.indexes.set(i);
   }
+  return met;
 }
 
-void MemoryTable::replace(IndexEntry& entry, const BaseRow& row) {
-  IndexEntry* const others = insertFrom(1, row);
-  eraseFrom(1, entry.inNextIndex);
-  entry.inNextIndex = others;
-  indexes_.front()->replaceRow(entry, row, arrivals_);
+// The program gets a handle of its own, so that what it writes does not reach the stored row.
+BaseRow MemoryTable::merge(const BaseRow& stored, const BaseRow& row) const {
+  BaseRow merged(stored);
+  autoUpdate_->autoUpdate(merged, row);
+  if (merged.isNull()) throw TvOutOfRange("table " + name_ + ": autoUpdate has left no row");
+  shape_.require(merged);
+  return merged;
+}
+
+// Makes the row's entries in all indexes, or in none when one of them fails; null in the indexes of `except`.
+void MemoryTable::prepareEntries(const BaseRow& row, const std::bitset<maxIndexes>& except) {
+  std::size_t i = 0;
+  try {
+    for (; i < indexes_.size(); ++i)
+      entries_[i] = except[i] ? nullptr : indexes_[i]->insert(row, arrivals_ + 1);
+  } catch (...) {
+    while (i-- > 0)
+      if (entries_[i] != nullptr) indexes_[i]->erase(*entries_[i]);
+    throw;
+  }
+  ++arrivals_;
+}
+
+void MemoryTable::tieEntries() noexcept {
+  IndexEntry* next = entries_.front();
+  for (std::size_t i = entries_.size(); i-- > 0; next = entries_[i]) entries_[i]->inNextIndex = next;
+}
+
+void MemoryTable::put(const BaseRow& row) {
+  prepareEntries(row, {});
+  tieEntries();
+  ++size_;
+}
+
+// Where the row has the key of the stored one it takes over that one's entry: the key cannot stand twice.
+void MemoryTable::replace(const Meeting& met, const BaseRow& row) {
+  prepareEntries(row, met.indexes);
+  IndexEntry* old = met.entry;
+  for (std::size_t i = 0; i < indexes_.size(); ++i) {
+    IndexEntry* const oldInNext = old->inNextIndex;
+    if (entries_[i] == nullptr) {
+      indexes_[i]->replaceRow(*old, row, arrivals_);
+      entries_[i] = old;
+    } else {
+      indexes_[i]->erase(*old);
+    }
+    old = oldInNext;
+  }
+  tieEntries();
+}
+
+void MemoryTable::erase(IndexEntry& first) noexcept {
+  IndexEntry* entry = &first;
+  for (const std::unique_ptr<IndexBase>& index : indexes_) {
+    IndexEntry* const inNextIndex = entry->inNextIndex;
+    index->erase(*entry);
+    entry = inNextIndex;
+  }
 }
 
 void MemoryTable::connect(InterfaceState& interface) {

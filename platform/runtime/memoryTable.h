@@ -1,7 +1,10 @@
 #pragma once
 
+#include <bitset>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tavro/database.h"
@@ -32,6 +35,8 @@ class MemoryTable final : public Table {
   std::size_t size() const override { return size_; }
   BaseRow newRow() const override;
   unsigned addIndex(const std::vector<std::string>& columnNames) override;
+  unsigned addIndex(TvPtr<RowOpsBase> rules) override;
+  void autoUpdateIs(TvPtr<RowOpsBase> rules) override { autoUpdate_ = std::move(rules); }
   void capacityIs(std::size_t rows) override;
   std::size_t refusals() const override { return refusals_; }
 
@@ -51,15 +56,31 @@ class MemoryTable final : public Table {
   void considerRoom() noexcept;
 
  private:
+  static constexpr std::size_t maxIndexes = 256;
+
   class Announcement;
 
+  // The stored row whose key a row has.
+  struct Meeting {
+    // In index 0; null when the row meets none.
+    IndexEntry* entry;
+    // The unique indexes in which it has the key.
+    std::bitset<maxIndexes> indexes;
+  };
+
+  unsigned add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make);
   std::vector<tvMetadata::tvColumn> columnsNamed(const std::vector<std::string>& names) const;
   void requireRoom(InterfaceState& writer);
   std::size_t undelivered() const;
 
-  IndexEntry* insertFrom(std::size_t firstIndex, const BaseRow& row);
-  void eraseFrom(std::size_t firstIndex, IndexEntry* entry) noexcept;
-  void replace(IndexEntry& entry, const BaseRow& row);
+  IndexEntry* inFirstIndex(IndexEntry& entry, std::size_t index) const;
+  Meeting meet(const BaseRow& row, IndexEntry* stored) const;
+  BaseRow merge(const BaseRow& stored, const BaseRow& row) const;
+  void prepareEntries(const BaseRow& row, const std::bitset<maxIndexes>& except);
+  void tieEntries() noexcept;
+  void put(const BaseRow& row);
+  void replace(const Meeting& met, const BaseRow& row);
+  void erase(IndexEntry& entry) noexcept;
 
   std::string name_;
   unsigned short rowType_;
@@ -69,6 +90,9 @@ class MemoryTable final : public Table {
   bool hasKey_ = false;
 
   std::vector<std::unique_ptr<IndexBase>> indexes_;
+  // The entries, one for each index, of the row that is being put in.
+  std::vector<IndexEntry*> entries_;
+  TvPtr<RowOpsBase> autoUpdate_;
   std::size_t size_ = 0;
   std::uint64_t arrivals_ = 0;
 

@@ -6,15 +6,14 @@ namespace Tavro {
 
 OrderedIndex::OrderedIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
                            len_t fixedLength, bool unique)
-    : IndexBase(columns.front().tableName(), number),
+    : IndexBase(columns.front().tableName(), number, unique),
       shape_(columns, fixedLength),
-      encoder_(columns),
-      unique_(unique) {}
+      encoder_(columns) {}
 
 IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
   KeyBuffer key;
   encoder_.append(row, key);
-  if (!unique_) key.appendNumber(arrival);
+  if (!isUnique()) key.appendNumber(arrival);
   IndexEntry::Owner entry = IndexEntry::make(row, arrival, key.key());
   IndexEntry* const behind = tree_.insert(*entry);
   return link(std::move(entry), behind);
@@ -23,7 +22,7 @@ IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
 IndexEntry* OrderedIndex::find(const BaseRow& row) {
   KeyBuffer key;
   encodeProbe(row, key);
-  if (unique_) {
+  if (isUnique()) {
     IndexEntry* const found = tree_.lowerBound(key.key());
     return found != nullptr && found->key() == key.key() ? found : nullptr;
   }

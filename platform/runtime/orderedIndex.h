@@ -30,7 +30,6 @@ class OrderedIndex : public IndexBase {
   RowShape shape_;
   KeyEncoder encoder_;
   // Where equal rows are admitted, the number of arrival stands behind the columns in every key.
-  bool unique_;
   EntryTree tree_;
 };
 

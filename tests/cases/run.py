@@ -19,7 +19,8 @@ A case is one text file, *.case, of sections that begin with "--- NAME":
 `args` is split as a shell splits it. The tool runs in a fresh folder that holds the files of the case. Where stdout,
 stderr or status are missing, they are empty, empty and 0. Behind a section's name the word "crlf" writes its lines
 with carriage returns, "open" leaves out its last line end, and "any" before the end of a stdout or stderr section's
-name does not compare it; "match" compares each line as a regular expression.
+name does not compare it; "match" compares each line as a regular expression, and "repeat" writes TEXT N times for
+{N*TEXT}.
 
 A case whose `run` succeeds and does not set --capacity itself is run again at capacities 1, 2 and 3, which must not
 change what it prints.
@@ -37,7 +38,7 @@ import sys
 import tempfile
 
 SECTIONS = {"args", "file", "stdin", "stdout", "stderr", "status"}
-MODIFIERS = {"crlf", "open", "match"}
+MODIFIERS = {"crlf", "open", "match", "repeat"}
 TIMEOUT = 60
 
 
@@ -54,8 +55,13 @@ class Section:
             raise ValueError(f"no modifier '{' '.join(self.modifiers - MODIFIERS)}'")
         self.text = "".join(lines)
 
+    def expanded(self):
+        if "repeat" not in self.modifiers:
+            return self.text
+        return re.sub(r"\{([0-9]+)\*([^{}]*)\}", lambda found: found[2] * int(found[1]), self.text)
+
     def data(self):
-        text = self.text[:-1] if "open" in self.modifiers else self.text
+        text = self.expanded()[:-1] if "open" in self.modifiers else self.expanded()
         return (text.replace("\n", "\r\n") if "crlf" in self.modifiers else text).encode("utf-8", "surrogateescape")
 
 
@@ -122,7 +128,7 @@ def matches(case, kind, actual):
     if kind == "status":
         return actual == f"{case.status}\n"
     section = case.section(kind)
-    expected = section.text if section else ""
+    expected = section.expanded() if section else ""
     if section is None or "match" not in section.modifiers:
         return actual == expected
     patterns, lines = expected.splitlines(), actual.splitlines()
@@ -148,7 +154,7 @@ def check(tool, path, rewrite):
         report = ""
         for kind in wrong:
             section = case.section(kind)
-            report += difference(kind, section.text if section else "0\n" if kind == "status" else "", actual[kind])
+            report += difference(kind, section.expanded() if section else "0\n" if kind == "status" else "", actual[kind])
         if report or not case.sweeps_capacity():
             return report
         for capacity in ("1", "2", "3"):

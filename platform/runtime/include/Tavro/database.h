@@ -67,6 +67,29 @@ class TAVRO_EXPORT Table {
   // table has 256 indexes.
   virtual unsigned addIndex(const std::vector<std::string>& columnNames) = 0;
 
+  // Adds an index whose rules are a program, and returns its number, from 1, which must be `rules->index()`.
+  // - rules->ordered(): rows stand in the order of `less`, those that it does not tell apart in order of
+  //   arrival. A lookup yields the first that is neither less than the key nor greater.
+  // - Otherwise rows stand in order of arrival, and a lookup yields the first of the key's `hash` that
+  // `equals`
+  //   it. There is no lower bound.
+  // - rules->unique(): one row per key. An inserted row replaces the one whose key it has in a unique index,
+  //   index 0 of a table with a key being another; when it has the keys of different rows, TvOutOfRange is
+  //   thrown.
+  // A row comes before the program only if it has all columns of the table. Whatever the program throws while
+  // a row is inserted or looked up passes through, and the table and what its readers are told are as before.
+  // Throws std::invalid_argument for no rules, for a number that does not fit, and for a unique index when
+  // two rows of the table have one key; std::length_error as above; and what the program throws. Nothing is
+  // added then.
+  virtual unsigned addIndex(TvPtr<RowOpsBase> rules) = 0;
+
+  // From now on a row that has the key of a stored one in a unique index is merged into that one by
+  // `rules->autoUpdate`, and the result replaces it; null, the default, for replacing it as above. Readers
+  // see the stored row deleted and the result inserted, even when the program has changed nothing: that, too,
+  // is the answer to an insertion, and may have been waited for. The stored row itself is never written to.
+  // TvOutOfRange is thrown when the result does not fit the table or has the key of a further row.
+  virtual void autoUpdateIs(TvPtr<RowOpsBase> rules) = 0;
+
   // The number of insertions that may stand undelivered to the slowest reader before the table blocks its
   // writers; 0, the default, for no limit. Readers that were never activated do not count.
   virtual void capacityIs(std::size_t rows) = 0;
