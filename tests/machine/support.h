@@ -1,0 +1,115 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Tavro/TvRTContext.h"
+#include "Tavro/TvRTLoader.h"
+#include "Tavro/TvRTOp.h"
+#include "Tavro/tvExceptions.h"
+
+namespace Tavro::TvRT {
+
+inline OwnedContext newContext() { return OwnedContext(new Context(getTavroDb())); }
+
+// What a loader named "test" makes of a program text.
+inline OwnedContext assemble(const std::string& text) {
+  std::istringstream in(text);
+  return OwnedContext(Loader(getTavroDb(), "test", {}).processFile(in));
+}
+
+// The message of the exception that the action throws, which must be an `Exception`.
+template <typename Exception = std::exception, typename Action>
+std::string thrown(const Action& action) {
+  try {
+    action();
+  } catch (const Exception& exception) {
+    return exception.what();
+  }
+  return "nothing was thrown";
+}
+
+// What the action writes to standard error or standard output.
+template <typename Action>
+std::string errorOutputOf(const Action& action) {
+  testing::internal::CaptureStderr();
+  action();
+  return testing::internal::GetCapturedStderr();
+}
+template <typename Action>
+std::string outputOf(const Action& action) {
+  testing::internal::CaptureStdout();
+  action();
+  return testing::internal::GetCapturedStdout();
+}
+
+// The trace lines of the action with those levels of those categories on, less the source line numbers:
+// "CATEGORY:LEVEL SOURCE FUNCTION: text".
+template <typename Action>
+std::vector<std::string> traceOf(std::initializer_list<std::pair<const char*, int>> levels,
+                                 const Action& action) {
+  for (const auto& [category, level] : levels)
+    Kelpo::Platform::getDebugHandler(category)->levelIs(level, true);
+  std::istringstream text(errorOutputOf(action));
+  for (const auto& [category, level] : levels)
+    Kelpo::Platform::getDebugHandler(category)->levelIs(level, false);
+  const std::regex place("^([^ ]+) ([^ ]+):[0-9]+ ([^ ]+): ");
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);)
+    lines.push_back(std::regex_replace(line, place, "$1 $2 $3: "));
+  return lines;
+}
+
+template <typename T>
+void push(Context& context, const T& value, bool isNull = false) {
+  context.stackR().push(StackValue<T>(value, isNull));
+}
+
+// The text form of the topmost entry, which goes.
+template <typename T>
+std::string popText(Context& context) {
+  std::ostringstream text;
+  text << context.stackR().pop<T>();
+  return text.str();
+}
+
+// What stands in the stream, one instruction a line: "OFFSET NAME OPERAND-BYTES-IN-HEX".
+inline std::vector<std::string> listing(const Context& context) {
+  std::vector<std::string> lines;
+  for (len_t at = 0; at < context.maxLoc();) {
+    HandlerNumber number;
+    std::memcpy(&number, context.istream().at(at), sizeof number);
+    const Describe describe = HandlerTable::describe(number);
+    if (describe == nullptr) return {"no instruction at " + std::to_string(at)};
+    const InstructionInfo info = describe();
+    std::ostringstream line;
+    line << at << " " << info.name() << (info.operandWidth == 0 ? "" : " ") << std::hex << std::setfill('0');
+    at = static_cast<len_t>(at + IStream::handlerSlotWidth);
+    for (len_t i = 0; i < info.operandWidth; ++i, ++at)
+      line << std::setw(2) << unsigned{*context.istream().at(at)};
+    lines.push_back(line.str());
+  }
+  return lines;
+}
+
+// An instruction of the tests, without operands, whose work is set by the test.
+struct Probe {
+  static inline std::function<OpResult(Context&)> work;
+
+  static OpResult op(Context& context) { return work(context); }
+  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("Probe", "");
+  static void install(Context& context) { appendHandler(context, &op, &describe<Probe>); }
+};
+
+using Lines = std::vector<std::string>;
+
+}  // namespace Tavro::TvRT
