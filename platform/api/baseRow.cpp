@@ -69,9 +69,14 @@ len_t BaseRow::makeFreeSpace(len_t offset, std::size_t length, len_t /*fdLen*/) 
   const unsigned char* const start = rwRowBuf();
   const Payload present = payloadAt(offset);
   const auto presentOffset = static_cast<len_t>(present.bytes - start);
-  if (length <= present.length) return presentOffset;
-
   const bool isLast = present.length != 0 && presentOffset + present.length == this->length();
+  if (length <= present.length) {
+    // The row ends with its last payload, or one that is now longer, now shorter would not be the last any
+    // more when it grows, and the row would grow with every turn.
+    if (isLast) storeBytes(rwRowBuf(), static_cast<len_t>(presentOffset + length));
+    return presentOffset;
+  }
+
   const len_t dataOffset = isLast ? presentOffset : this->length();
   const auto grown = static_cast<unsigned>(dataOffset + length);
   if (grown > tv_maxRowLength) throw TvOutOfRange(sizeMessage("row", grown, tv_maxRowLength));

@@ -121,7 +121,7 @@ TEST(Row, WritesGoToAPrivateCopyOnce) {
   const Bytes before = imageOf(row);
   const BaseRow stored = row;
 
-  row.setColumn(first, std::string("mine"), fixedLength);
+  row.setColumn(first, std::string("own it"), fixedLength);
   EXPECT_EQ(imageOf(stored), before);
   EXPECT_NE(row.rowBuf(), stored.rowBuf());
   EXPECT_EQ(row.length(), before.size()) << "the grown length is copied";
@@ -231,6 +231,17 @@ TEST(Row, WritesNeverDisturbOtherColumns) {
       }
     }
   }
+}
+
+// A row that is kept and rewritten, as the key row of an operator is, must not grow with every turn.
+TEST(Row, LastPayloadNowLongerNowShorterTakesNoMoreRoom) {
+  BaseRow row(fixedLength);
+  row.setColumn(first, std::string("first"), fixedLength);
+  for (int turn = 0; turn < 10000; ++turn)
+    row.setColumn(second, std::string(turn % 2 == 0 ? 40 : 3, 's'), fixedLength);
+  EXPECT_EQ(row.length(), fixedLength + 5 + 3);
+  EXPECT_EQ(stringOf(row, first), "first");
+  EXPECT_EQ(stringOf(row, second), "sss");
 }
 
 TEST(RowDeathTest, ProgrammersMistakesAbort) {

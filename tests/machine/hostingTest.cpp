@@ -107,7 +107,7 @@ class HostingTest : public testing::Test {
   std::vector<std::string> log;
   BaseRow last;
   TvPtr<Proxy> proxy;
-  const std::string path = testing::TempDir() + "hostingTest.tva";
+  const std::string path = programPath();
 };
 
 // ---- construction

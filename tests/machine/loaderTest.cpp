@@ -331,7 +331,7 @@ TEST(LoaderTest, TextsAndFilesAreToldApartByTheirEnd) {
 
   const OwnedContext text(loaderOf("halt\n").load());
   EXPECT_EQ(text->maxLoc(), 8);
-  const std::string path = testing::TempDir() + "loaderTest.tva";
+  const std::string path = programPath();
   std::ofstream(path) << "halt\nhalt\n";
   const OwnedContext file(loaderOf(path).load());
   EXPECT_EQ(file->maxLoc(), 16);

@@ -16,7 +16,7 @@ constexpr len_t fixedLength = 24;
 
 // The rules of index 3 by a program over rows with one column.
 TvPtr<RowOpsBase> rulesOf(const std::string& code, bool unique = false, bool ordered = false) {
-  const std::string path = testing::TempDir() + "rowOps_test.tva";
+  const std::string path = programPath();
   std::ofstream(path)
       << "bindTable 1, 24, 0, \"t\", \"a\", \"\"\nbindTable 2, 24, 0, \"t\", \"b\", \"\"\nend\n"
          "entry init\nhalt\n"

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <functional>
@@ -18,6 +19,11 @@
 #include "Tavro/tvExceptions.h"
 
 namespace Tavro::TvRT {
+
+// Where a test may write a program: tests run at the same time, each in a process of its own.
+inline std::string programPath() {
+  return testing::TempDir() + "machineTest." + std::to_string(getpid()) + ".tva";
+}
 
 inline OwnedContext newContext() { return OwnedContext(new Context(getTavroDb())); }
 
