@@ -111,7 +111,7 @@ class Match {
     for (std::size_t i = 0; i < ours.nanoseconds.size(); ++i)
       ratios.push_back(ours.nanoseconds[i] / peer.nanoseconds[i]);
     const double ratio = median(ratios);
-    std::cout << std::left << std::setw(16) << peer.entrant->ratio << std::setw(8) << peer.entrant->name
+    std::cout << std::left << std::setw(24) << peer.entrant->ratio << std::setw(8) << peer.entrant->name
               << std::setw(12) << workload_.event << std::right << std::fixed << std::setprecision(2)
               << std::setw(10) << perEvent(ours) << std::setw(10) << perEvent(peer) << std::setw(9)
               << std::setprecision(1) << 1e3 / perEvent(ours) << std::setprecision(3) << std::setw(9) << ratio
@@ -135,7 +135,7 @@ void run(const Options& options) {
 
   std::cout << "Times are nanoseconds of processor time per event, medians of " << options.rounds
             << " rounds; ratio is ours by the peer's, with quartiles.\n\n"
-            << std::left << std::setw(16) << "name" << std::setw(8) << "peer" << std::setw(12) << "event"
+            << std::left << std::setw(24) << "name" << std::setw(8) << "peer" << std::setw(12) << "event"
             << std::right << std::setw(10) << "ours" << std::setw(10) << "peer" << std::setw(9) << "M/s"
             << std::setw(9) << "ratio" << std::setw(9) << "25 %" << std::setw(9) << "75 %" << std::endl;
   std::vector<Ratio> ratios;

@@ -12,5 +12,14 @@ std::vector<Entrant> oneshotEntrants();
 std::vector<Entrant> standingEntrants();
 std::vector<Entrant> lookupEntrants();
 std::vector<Entrant> loadEntrants();
+std::vector<Entrant> contains4Entrants();
+std::vector<Entrant> contains64Entrants();
+std::vector<Entrant> contains1024Entrants();
+std::vector<Entrant> intersects4Entrants();
+std::vector<Entrant> intersects64Entrants();
+std::vector<Entrant> intersects1024Entrants();
+std::vector<Entrant> indexLessEntrants();
+std::vector<Entrant> indexHashEntrants();
+std::vector<Entrant> routingEntrants();
 
 }  // namespace Tavro::Bench
