@@ -186,8 +186,8 @@ void Proxy::onRow(len_t index, const BaseRow& row) {
     text << "void Tavro::TvRT::Proxy::onRow(Tavro::len_t, const Tavro::BaseRow&)" << index;
   });
   const len_t entry = context->onRowWC(index);
-  // A context that is not ready refuses, before the row reaches its slot: a suspended run still reads the row that
-  // stands there.
+  // A context that is not ready refuses, before the row reaches its slot: a suspended run still reads the row
+  // that stands there.
   if (context->runState() != Context::Ready) context->execute(entry);
   context->replaceRow(index, row);
   if (entry != 0) context->execute(entry);

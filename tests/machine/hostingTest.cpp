@@ -232,7 +232,7 @@ TEST_F(HostingTest, EveryCapacityGivesTheSameRows) {
       walkInput;
   std::string all;
   for (int i = 1; i <= 7; ++i) all += "+" + std::to_string(i) + ":" + std::to_string(10 * i) + " ";
-  for (const std::size_t capacity : {0, 1, 2, 3, 6, 7}) {
+  for (const unsigned capacity : {0U, 1U, 2U, 3U, 6U, 7U}) {
     tables["t::out"]->capacityIs(capacity);
     host(program, false);
     settle();
@@ -342,7 +342,7 @@ TEST_F(HostingTest, NotificationsWaitInOrderWhileTheOutputBlocks) {
 // A run that was suspended on one row computes the next from slot 1. A refused notification must leave that
 // slot to the run that is under way.
 TEST_F(HostingTest, RefusedRowDoesNotReachTheSlotOfASuspendedRun) {
-  for (const std::size_t capacity : {0, 1, 2, 3}) {
+  for (const unsigned capacity : {0U, 1U, 2U, 3U}) {
     tables["t::out"]->capacityIs(capacity);
     host(head + onRowThrice, true);
     settle();
