@@ -1,5 +1,6 @@
 #include "entrySequence.h"
 
+#include <bit>
 #include <utility>
 
 namespace Tavro {
@@ -11,7 +12,7 @@ constexpr unsigned fewEntries = 32;
 }  // namespace
 
 EntrySequence::Block& EntrySequence::blockOf(const IndexEntry& entry) {
-  return *reinterpret_cast<Block*>(static_cast<std::uintptr_t>(entry.high));
+  return *std::bit_cast<Block*>(static_cast<std::uintptr_t>(entry.high));
 }
 
 EntrySequence::Blocks::iterator EntrySequence::placeOf(const Block& block) {
