@@ -28,7 +28,7 @@ class Table {
 
  private:
   static constexpr std::size_t indexOf(int opcode, int type) {
-    return static_cast<std::size_t>(opcode * BinOpDispatch::typeCount + type);
+    return static_cast<std::size_t>(opcode) * BinOpDispatch::typeCount + static_cast<std::size_t>(type);
   }
   static constexpr int opcodeOf(std::string_view operation) {
     for (const OpCatalogueRow& row : opCatalogue)

@@ -22,7 +22,7 @@ bool EventReader::applyNext() {
   if (sign.text == "+")
     insert(target, std::move(row));
   else
-    erase(target, std::move(row));
+    erase(target, row);
   return true;
 }
 
@@ -47,7 +47,7 @@ void EventReader::insert(const Target& target, BaseRow row) {
   if (target.table != &output_) ++rowsIn_;
 }
 
-void EventReader::erase(const Target& target, BaseRow row) {
+void EventReader::erase(const Target& target, const BaseRow& row) {
   if (target.interface->find(row, 0) == target.interface->end(0))
     source_.failAt(source_.cells().front().at,
                    "table " + target.table->name() + " has no such row to delete");

@@ -31,7 +31,7 @@ class EventReader {
 
   Target& targetOf(const CsvCell& cell);
   void insert(const Target& target, BaseRow row);
-  void erase(const Target& target, BaseRow row);
+  void erase(const Target& target, const BaseRow& row);
 
   TvPtr<TavroDB> database_;
   CsvReader& source_;

@@ -146,6 +146,15 @@ void appendPayload(const Source& source, std::string& payload, std::type_identit
   payload += static_cast<char>(prefix->mask());
 }
 
+// A value that stands alone: what is between the quotes of a string is taken as it is.
+void appendScalar(const Source& source, std::string& payload, std::type_identity<StringValueReference>) {
+  payload = insideQuotes(source);
+}
+template <typename T>
+void appendScalar(const Source& source, std::string& payload, std::type_identity<T> type) {
+  appendPayload(source, payload, type);
+}
+
 std::string_view withoutBlanks(std::string_view text) {
   const std::size_t first = text.find_first_not_of(' ');
   if (first == std::string_view::npos) return text.substr(text.size());
@@ -301,12 +310,9 @@ void storeColumnFromString(BaseRow& row, unsigned short offset, unsigned short t
       T value;
       readFixed({text, typeName}, value);
       row.setColumn(offset, value, fdLen);
-    } else if constexpr (std::is_same_v<T, StringValueReference>) {
-      const std::string_view whole = insideQuotes({text, typeName});
-      row.setPayload(offset, reinterpret_cast<const unsigned char*>(whole.data()), whole.size(), fdLen);
     } else {
       std::string payload;
-      appendPayload({text, typeName}, payload, std::type_identity<T>());
+      appendScalar({text, typeName}, payload, std::type_identity<T>());
       storePayload(row, offset, payload, fdLen);
     }
   });
