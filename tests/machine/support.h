@@ -7,7 +7,6 @@
 #include <functional>
 #include <initializer_list>
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -58,6 +57,15 @@ std::string outputOf(const Action& action) {
   return testing::internal::GetCapturedStdout();
 }
 
+// "CATEGORY:LEVEL SOURCE:LINE FUNCTION: text" without the line number.
+inline std::string withoutLineNumber(std::string traceLine) {
+  const std::size_t place = traceLine.find(' ');
+  const std::size_t function = traceLine.find(' ', place + 1);
+  if (function == std::string::npos) return traceLine;
+  const std::size_t number = traceLine.rfind(':', function);
+  return number == std::string::npos ? traceLine : traceLine.erase(number, function - number);
+}
+
 // The trace lines of the action with those levels of those categories on, less the source line numbers:
 // "CATEGORY:LEVEL SOURCE FUNCTION: text".
 template <typename Action>
@@ -68,10 +76,8 @@ std::vector<std::string> traceOf(std::initializer_list<std::pair<const char*, in
   std::istringstream text(errorOutputOf(action));
   for (const auto& [category, level] : levels)
     Kelpo::Platform::getDebugHandler(category)->levelIs(level, false);
-  const std::regex place("^([^ ]+) ([^ ]+):[0-9]+ ([^ ]+): ");
   std::vector<std::string> lines;
-  for (std::string line; std::getline(text, line);)
-    lines.push_back(std::regex_replace(line, place, "$1 $2 $3: "));
+  for (std::string line; std::getline(text, line);) lines.push_back(withoutLineNumber(line));
   return lines;
 }
 
