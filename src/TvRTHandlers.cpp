@@ -27,7 +27,7 @@ constexpr std::array<Handler, HandlerTable::capacity> allUnused() {
 struct Registry {
   std::mutex mutex;
   std::unordered_map<Handler, HandlerNumber> numbers;
-  // By number; 0 is taken by noInstruction.
+  // By index; 0 is taken by noInstruction.
   std::vector<Describe> describes{nullptr};
 };
 
@@ -79,18 +79,20 @@ HandlerNumber HandlerTable::numberOf(Handler handler, Describe describe) {
   const std::lock_guard lock(known.mutex);
   const auto found = known.numbers.find(handler);
   if (found != known.numbers.end()) return found->second;
-  const auto number = static_cast<HandlerNumber>(known.describes.size());
-  if (number == capacity) throw std::length_error("table of instruction handlers is full");
+  const std::size_t index = known.describes.size();
+  if (index == capacity) throw std::length_error("table of instruction handlers is full");
+  const HandlerNumber number = base + static_cast<HandlerNumber>(index);
   known.describes.push_back(describe);
   known.numbers.emplace(handler, number);
-  handlers[number] = handler;
+  handlers[index] = handler;
   return number;
 }
 
 Describe HandlerTable::describe(HandlerNumber number) {
   Registry& known = registry();
   const std::lock_guard lock(known.mutex);
-  return number < known.describes.size() ? known.describes[number] : nullptr;
+  const std::size_t index = indexOf(number);
+  return index < known.describes.size() ? known.describes[index] : nullptr;
 }
 
 }  // namespace Tavro::TvRT

@@ -23,7 +23,8 @@ enum OpResult : int {
 // Carries out one instruction.
 using Handler = OpResult (*)(Context&);
 
-// What stands in the handler slot of an instruction: an index into the table of handlers.
+// What stands in the handler slot of an instruction: an index into the table of handlers, counted from
+// HandlerTable::base.
 using HandlerNumber = unsigned int;
 
 // What an operand field means.
@@ -61,11 +62,14 @@ struct TAVRO_EXPORT InstructionInfo {
 };
 using Describe = InstructionInfo (*)();
 
-// The process-wide table of handlers. Number 0 and every number that was not given out belong to a handler
-// that throws TvOutOfRange with "no instruction at istream offset " and the offset. The table never moves.
+// The process-wide table of handlers. Every number that was not given out belongs to a handler that throws
+// TvOutOfRange with "no instruction at istream offset " and the offset. The table never moves.
 class TAVRO_EXPORT HandlerTable {
  public:
   static constexpr HandlerNumber capacity = 4096;
+  // Operands are small numbers, their complements, text and real numbers. What a run that was led astray
+  // fetches out of them is none of the numbers from here.
+  static constexpr HandlerNumber base = 0xB5E90000;
 
   // The number of a handler, given out at the first request. Throws std::length_error when the table is full.
   static HandlerNumber numberOf(Handler handler, Describe describe);
@@ -73,9 +77,15 @@ class TAVRO_EXPORT HandlerTable {
   // What is known of the instruction behind a number; null when the number was not given out.
   static Describe describe(HandlerNumber number);
 
-  static Handler at(HandlerNumber number) { return handlers[number < capacity ? number : 0]; }
+  static Handler at(HandlerNumber number) { return handlers[indexOf(number)]; }
 
  private:
+  // Entry 0 is that of the numbers that were not given out.
+  static constexpr std::size_t indexOf(HandlerNumber number) {
+    const HandlerNumber index = number - base;
+    return index < capacity ? index : 0;
+  }
+
   static std::array<Handler, capacity> handlers;
 };
 
