@@ -19,6 +19,7 @@ Reference keepInRow(Context& context, const Owner& value) {
   return view;
 }
 
+// Integers are read with 64 bits and cut to their width, whatever the width of `long` is.
 template <typename CT>
 CT constantValue(Context& context, const std::string& text) {
   const char* const begin = text.c_str();
@@ -26,14 +27,10 @@ CT constantValue(Context& context, const std::string& text) {
     return (*begin & ~0x20) == 'T';
   else if constexpr (std::is_floating_point_v<CT>)
     return static_cast<CT>(std::strtod(begin, nullptr));
-  else if constexpr (std::is_same_v<CT, unsigned long long>)
-    return std::strtoull(begin, nullptr, 0);
-  else if constexpr (std::is_same_v<CT, long long>)
-    return std::strtoll(begin, nullptr, 0);
   else if constexpr (std::is_integral_v<CT> && std::is_unsigned_v<CT>)
-    return static_cast<CT>(std::strtoul(begin, nullptr, 0));
+    return static_cast<CT>(std::strtoull(begin, nullptr, 0));
   else if constexpr (std::is_integral_v<CT>)
-    return static_cast<CT>(std::strtol(begin, nullptr, 0));
+    return static_cast<CT>(std::strtoll(begin, nullptr, 0));
   else if constexpr (std::is_same_v<CT, StringValueReference>)
     return keepInRow<CT>(context, text);
   else if constexpr (std::is_same_v<CT, IpGenAddrReference>)
