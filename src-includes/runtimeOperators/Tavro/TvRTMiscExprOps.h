@@ -147,8 +147,8 @@ OpResult HashOp<T>::op(Context& context) {
   const auto hashed = value.value;
   const StackValue<unsigned long long> result(
       combineHash(static_cast<std::uint32_t>(seed.value), hashOf(hashed)), value.isNull() || seed.isNull());
-  traceOp(miscExprOpsSource, __LINE__, writeName<HashOp>, "( ", value, ", ", seed, " ) = ", result);
   stack.push(result);
+  traceOp(miscExprOpsSource, __LINE__, writeName<HashOp>, "( ", value, ", ", seed, " ) = ", result);
   return OpOk;
 }
 

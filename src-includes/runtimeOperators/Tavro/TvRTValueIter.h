@@ -196,10 +196,12 @@ OpResult NextValueOp<T>::op(Context& context) {
   if (result.value != 0) {
     value = *iterator;
     ++iterator;
-    PopColumnOp<T, StackTypeOf<T>>::setColumnValue(context, operands->row, operands->column, value);
   }
+  // Before the store: the element may be a view into the very row that the store moves.
   traceOp(valueIterSource, __LINE__, writeName<NextValueOp>, "( ", operands->slot, ", ", operands->row, ", ",
           operands->column, " )  = ", StackValue<T>(value, false), ", ", result);
+  if (result.value != 0)
+    PopColumnOp<T, StackTypeOf<T>>::setColumnValue(context, operands->row, operands->column, value);
   context.stackR().push(result);
   operands.step();
   return OpOk;
