@@ -55,6 +55,6 @@ EOLS          ({BLANK}*\n)+
 "<"                                       { yylval->text = new std::string("<"); return Token::LESS; }
 ","                                       { yylval->text = new std::string(","); return Token::COMMA; }
 [A-Za-z_.][A-Za-z0-9_.]*                  { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NAME; }
-.                                         { throw Tavro::TvRT::TvAssemblyException(std::string("Parse error: unrecognized input \"") + yytext + "\""); }
+.                                         { throw Tavro::TvRT::TvAssemblyException(std::string("Parse error: unrecognized input \"") + *yytext + "\""); }
 
 %%

@@ -333,14 +333,7 @@ void Loader::publishTrace(const Context& context, const opCat* entry, const std:
   std::string statement = name == opNameByCode.end() ? "unknown" : name->second;
   if (!types.empty()) {
     statement += "[";
-    for (const TavroTypes type : types) {
-      try {
-        statement += getTavroTypeName(type);
-      } catch (...) {
-        statement += "unknown";
-      }
-      statement += " ";
-    }
+    for (const TavroTypes type : types) statement += typeNameOrUnknown(type) + " ";
     statement += "]";
   }
   statement.append(11, ' ');

@@ -118,6 +118,14 @@ OpResult callOp::op(Context& context) {
   return OpOk;
 }
 
+std::string typeNameOrUnknown(TavroTypes type) {
+  try {
+    return getTavroTypeName(type);
+  } catch (const std::exception&) {
+    return "unknown";
+  }
+}
+
 template <typename T>
 std::string TvRTTypename() {
   return nativeType<T>.name;

@@ -123,7 +123,7 @@ void BinOpDispatch::installBinOp(Context& context, int opcode, int type) {
   const Entry& entry = table.at(opcode, type);
   if (entry.handler == nullptr) {
     std::cerr << "installBinOp failed installing op " << operationName(opcode) << "<"
-              << getTavroTypeName(static_cast<TavroTypes>(type)) << ">" << std::endl;
+              << typeNameOrUnknown(static_cast<TavroTypes>(type)) << ">" << std::endl;
     assertionFailed("false",
                     "static void Tavro::TvRT::BinOpDispatch::installBinOp(Tavro::TvRT::Context&, int, int)");
   }
@@ -131,7 +131,7 @@ void BinOpDispatch::installBinOp(Context& context, int opcode, int type) {
       tvRtOpKelpoDebugHandler_, traceDetail, binOpSource, __LINE__, "installBinOp", [&](std::ostream& text) {
         text << "static void Tavro::TvRT::BinOpDispatch::installBinOp(Tavro::TvRT::Context&, int, int)"
              << " installing bindOp " << operationName(opcode) << "<"
-             << getTavroTypeName(static_cast<TavroTypes>(type)) << ">";
+             << typeNameOrUnknown(static_cast<TavroTypes>(type)) << ">";
       });
   appendHandler(context, entry.handler, entry.describe);
 }

@@ -19,6 +19,9 @@ TAVRO_EXPORT std::string TvRTTypename();
 template <typename T>
 TAVRO_EXPORT TavroTypes TvRTTypeValue();
 
+// The platform's name of a type code, or "unknown".
+std::string typeNameOrUnknown(TavroTypes type);
+
 // A type of the machine: its code, its name, and how signature texts spell it.
 struct NativeType {
   TavroTypes code;
