@@ -57,6 +57,8 @@ void BaseRow::setPayload(len_t offset, const unsigned char* bytes, std::size_t l
   if (length != 0) {
     dataOffset = makeFreeSpace(offset, length, fdLen);
     std::memmove(row_->buffer + dataOffset, bytes, length);
+  } else if (const PayloadRoom room = roomOf(offset); room.size != 0) {
+    keepRoom(room);
   }
   unsigned char* const slot = row_->buffer + offset;
   storeBytes(slot, dataOffset);
@@ -66,22 +68,50 @@ void BaseRow::setPayload(len_t offset, const unsigned char* bytes, std::size_t l
 
 len_t BaseRow::makeFreeSpace(len_t offset, std::size_t length, len_t /*fdLen*/) {
   if (length > tv_maxPayloadLength) throw TvOutOfRange(sizeMessage("payload", length, tv_maxPayloadLength));
-  const unsigned char* const start = rwRowBuf();
-  const Payload present = payloadAt(offset);
-  const auto presentOffset = static_cast<len_t>(present.bytes - start);
-  const bool isLast = present.length != 0 && presentOffset + present.length == this->length();
-  if (length <= present.length) {
-    // The row ends with its last payload, or one that is now longer, now shorter would not be the last any
-    // more when it grows, and the row would grow with every turn.
-    if (isLast) storeBytes(rwRowBuf(), static_cast<len_t>(presentOffset + length));
-    return presentOffset;
+  rwRowBuf();
+  const PayloadRoom room = roomOf(offset);
+  const bool isLast = room.size != 0 && room.dataOffset + room.size == this->length();
+  if (length <= room.size) {
+    if (isLast) {
+      // The row ends with its last payload.
+      forgetRoom(offset);
+      storeBytes(row_->buffer, static_cast<len_t>(room.dataOffset + length));
+    } else if (length < room.size) {
+      keepRoom(room);
+    }
+    return room.dataOffset;
   }
 
-  const len_t dataOffset = isLast ? presentOffset : this->length();
+  const len_t dataOffset = isLast ? room.dataOffset : this->length();
   const auto grown = static_cast<unsigned>(dataOffset + length);
   if (grown > tv_maxRowLength) throw TvOutOfRange(sizeMessage("row", grown, tv_maxRowLength));
   growTo(grown);
+  forgetRoom(offset);
   return dataOffset;
+}
+
+PayloadRoom BaseRow::roomOf(len_t offset) const {
+  const Payload present = payloadAt(offset);
+  const auto dataOffset = static_cast<len_t>(present.bytes - row_->buffer);
+  if (row_->spacious != nullptr)
+    for (const PayloadRoom& room : *row_->spacious)
+      if (room.column == offset && (present.length == 0 || room.dataOffset == dataOffset)) return room;
+  return {offset, dataOffset, present.length};
+}
+
+void BaseRow::keepRoom(const PayloadRoom& room) {
+  if (row_->spacious == nullptr) row_->spacious = std::make_unique<std::vector<PayloadRoom>>();
+  for (PayloadRoom& known : *row_->spacious) {
+    if (known.column != room.column) continue;
+    known = room;
+    return;
+  }
+  row_->spacious->push_back(room);
+}
+
+void BaseRow::forgetRoom(len_t offset) noexcept {
+  if (row_->spacious != nullptr)
+    std::erase_if(*row_->spacious, [&](const PayloadRoom& room) { return room.column == offset; });
 }
 
 void BaseRow::takePrivateBuffer() { growTo(length()); }
@@ -91,6 +121,8 @@ void BaseRow::growTo(unsigned length) {
   TvPtr<TvRowBuf> grown = allocate(newLength);
   std::memcpy(grown->buffer, row_->buffer, this->length());
   storeBytes(grown->buffer, newLength);
+  if (row_->spacious != nullptr)
+    grown->spacious = std::make_unique<std::vector<PayloadRoom>>(*row_->spacious);
   row_ = std::move(grown);
 }
 

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "Tavro/arrayReference.h"
 #include "Tavro/export.h"
@@ -57,6 +59,13 @@ inline void storeBytes(unsigned char* to, const T& value) {
   std::memcpy(to, &value, sizeof(T));
 }
 
+// Bytes of a row that belong to one variable column: its payload, and what a shorter one leaves unused.
+struct PayloadRoom {
+  len_t column;
+  len_t dataOffset;
+  len_t size;
+};
+
 // The buffer of one row. Made by makeRowBuffer only.
 struct TAVRO_EXPORT TvRowBuf {
   explicit TvRowBuf(unsigned char* bytes) : buffer(bytes) {}
@@ -64,6 +73,9 @@ struct TAVRO_EXPORT TvRowBuf {
   TvRowBuf& operator=(const TvRowBuf&) = delete;
 
   unsigned char* buffer;
+  // The columns whose room is larger than their payload; null, as for most rows, when there are none. Without
+  // it, a row whose payloads grow and shrink in turn would lose room with every turn.
+  std::unique_ptr<std::vector<PayloadRoom>> spacious{};
 };
 
 // A buffer of `len` zeroed bytes with one owner: counts, object and bytes in one block. Behind the bytes lies
@@ -163,17 +175,17 @@ class TAVRO_EXPORT BaseRow {
   void setPayload(len_t offset, const unsigned char* bytes, std::size_t length, len_t fdLen);
 
   // Makes room for a payload of `length` bytes, at least 1, for the variable column at `offset`, and returns
-  // where it goes. A payload no longer than the present one takes its place, the last payload of the row
-  // grows in place, any other goes behind the row's present end. A row that has to grow gets a new buffer;
-  // whoever still reads the old one must hold a handle onto it. Throws TvOutOfRange when the row would pass
-  // 65535 bytes or the payload 32767; the row is then as it was.
+  // where it goes. A payload takes the place of the one before if that had the room, the last payload of the
+  // row grows in place, any other goes behind the row's present end. A row that has to grow gets a new
+  // buffer; whoever still reads the old one must hold a handle onto it. The row must not be shared. Throws
+  // TvOutOfRange when the row would pass 65535 bytes or the payload 32767; the row is then as it was.
   len_t makeFreeSpace(len_t offset, std::size_t length, len_t fdLen);
 
   // Bytes that a value of the general types takes as a payload: 4, 16, 5, 17, or 0 for none.
   template <typename T>
   static unsigned short encodeLength(const T& value) {
     const unsigned address = addressLength(value.family());
-    if constexpr (std::is_same_v<T, IpGenPrefixReference>)
+    if constexpr (std::is_same_v<T, IpGenPrefixReference> || std::is_same_v<T, IpGenPrefix>)
       return static_cast<unsigned short>(address == 0 ? 0U : address + 1);
     else
       return static_cast<unsigned short>(address);
@@ -211,6 +223,9 @@ class TAVRO_EXPORT BaseRow {
   }
   void takePrivateBuffer();
   void growTo(unsigned length);
+  PayloadRoom roomOf(len_t offset) const;
+  void keepRoom(const PayloadRoom& room);
+  void forgetRoom(len_t offset) noexcept;
 
   TvPtr<TvRowBuf> row_;
 };

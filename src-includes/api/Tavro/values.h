@@ -187,7 +187,7 @@ TAVRO_EXPORT std::ostream& operator<<(std::ostream& out, const IpGenPrefixRefere
 // false, a string within double quotes, with \" and \\ for those two characters.
 template <typename T>
 struct FMT {
-  const T& value;
+  T value;
 };
 TAVRO_EXPORT std::ostream& operator<<(std::ostream& out, const FMT<bool>& value);
 TAVRO_EXPORT std::ostream& operator<<(std::ostream& out, const FMT<signed char>& value);
