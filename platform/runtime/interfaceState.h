@@ -48,6 +48,8 @@ class InterfaceState {
 
   // A writer's state of blocking, as its table changes it.
   bool isBlocked() const { return blocked_; }
+  // True from a refused row until the writer is told that it can go on.
+  bool isHeld() const { return (blocked_ || noticesDue_ > 0) && !isGoingOn_; }
   void blockedIs(bool blocked) noexcept;
 
   bool runnable() const;
@@ -83,6 +85,8 @@ class InterfaceState {
   // all.
   bool blocked_ = false;
   unsigned noticesDue_ = 0;
+  // While the writer is being told that it can go on.
+  bool isGoingOn_ = false;
 };
 
 }  // namespace Tavro
