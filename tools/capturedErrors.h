@@ -4,6 +4,8 @@
 #include <streambuf>
 #include <string>
 
+#include "processEnd.h"
+
 namespace Tavro::Tool {
 
 // Takes what std::cerr is given while the object lives; one at a time. When the process ends meanwhile, what
@@ -18,10 +20,11 @@ class CapturedErrors {
   std::string text() const { return taken_.str(); }
 
  private:
-  static void release();
+  void release();
 
   std::stringbuf taken_;
   std::streambuf* former_;
+  AtProcessEnd atProcessEnd_{[this] { release(); }};
 };
 
 }  // namespace Tavro::Tool

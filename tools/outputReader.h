@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 
 #include "Tavro/database.h"
+#include "processEnd.h"
 #include "tablePrinter.h"
 
 namespace Tavro::Tool {
@@ -34,6 +36,11 @@ class OutputReader {
   std::size_t rowsOut_ = 0;
   std::size_t deletions_ = 0;
   TvTableInterface reader_;
+  // What was inserted until then has been printed, whatever ends the process.
+  AtProcessEnd atProcessEnd_{[this] {
+    drain();
+    std::fflush(stdout);
+  }};
 };
 
 }  // namespace Tavro::Tool

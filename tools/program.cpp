@@ -40,19 +40,19 @@ void requireProgramName(const std::string& path, const std::string& command) {
     failCommandLine("the program's name has to end in " + std::string(programSuffix) + ": " + path, command);
 }
 
-OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::string& path) {
+TvRT::OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::string& path) {
   const std::string text = readText(path);
   LoadOutcome outcome = tryLoad(database, text);
   if (!outcome.fault.empty())
     throw Failure(ExitStatus::RunFailed, path + ':' +
                                              std::to_string(lineOfFault(database, text, outcome.fault)) +
                                              ": error: " + outcome.fault);
-  if (outcome.context->keyRowIndex() == 0) fail(path + ": the program has no end statement");
   return std::move(outcome.context);
 }
 
 Program inspectProgram(const TvPtr<TavroDB>& database, const std::string& path) {
-  const OwnedContext context = assembleProgram(database, path);
+  const TvRT::OwnedContext context = assembleProgram(database, path);
+  if (context->keyRowIndex() == 0) fail(path + ": the program has no end statement");
   return {tablesOf(*context, path), context->parameterColumns()};
 }
 

@@ -30,11 +30,11 @@ struct Program {
 void requireProgramName(const std::string& path, const std::string& command);
 
 // Assembles the program silently. Throws Failure when it cannot be read, when it does not assemble
-// ("PATH:LINE: error: CAUSE"), and when it has no end statement.
-OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::string& path);
+// ("PATH:LINE: error: CAUSE").
+TvRT::OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::string& path);
 
 // Loads the program once, silently, to learn of its tables and parameters. Throws Failure as assembleProgram
-// does, and when the program is not fit to be hosted.
+// does, and when the program has no end statement or is not fit to be hosted.
 Program inspectProgram(const TvPtr<TavroDB>& database, const std::string& path);
 
 }  // namespace Tavro::Tool

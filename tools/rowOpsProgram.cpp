@@ -69,10 +69,13 @@ void RowOpsProgram::checkFits(const Table& table) const {
 }
 
 RowOpsProgram inspectRowOps(const TvPtr<TavroDB>& database, const std::string& path) {
-  const OwnedContext context = assembleProgram(database, path);
-  RowOpsProgram program{path, {operandOf(*context, 1, path), operandOf(*context, 2, path)}, {}};
+  const TvRT::OwnedContext context = assembleProgram(database, path);
+  RowOpsProgram program{path, {operandOf(*context, 1, path)}, {}};
   for (const char* const name : {"hash", "equals", "less", "autoUpdate"})
     if (context->translateEntry(name) != 0) program.operations.insert(name);
+  // A hash is of one row, all else of two.
+  if (program.operations != std::set<std::string>{"hash"})
+    program.operands.push_back(operandOf(*context, 2, path));
   return program;
 }
 

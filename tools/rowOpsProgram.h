@@ -1,9 +1,9 @@
 #pragma once
 
-#include <array>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Tavro/RowOpsBase.h"
 #include "Tavro/database.h"
@@ -23,8 +23,8 @@ struct RowOpsProgram {
   void checkFits(const Table& table) const;
 
   std::string path;
-  std::array<ProgramTable, 2> operands;  // as it binds slots 1 and 2
-  std::set<std::string> operations;      // those it defines
+  std::vector<ProgramTable> operands;  // as it binds slot 1 and, unless it only hashes, slot 2
+  std::set<std::string> operations;    // those it defines
 };
 
 // Loads the program once, silently, to learn of it. Throws Failure, as inspectProgram does.

@@ -75,11 +75,6 @@ std::vector<std::size_t> lineEndsOf(const std::string& text) {
 
 }  // namespace
 
-void DeleteContext::operator()(TvRT::Context* context) const {
-  context->deleteBindings();
-  delete context;
-}
-
 LoadOutcome tryLoad(const TvPtr<TavroDB>& database, const std::string& text) {
   LoadOutcome outcome;
   assemble(database, text, outcome);

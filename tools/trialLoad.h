@@ -1,23 +1,16 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 
 #include "Tavro/TvRTContext.h"
 
 namespace Tavro::Tool {
 
-struct DeleteContext {
-  void operator()(TvRT::Context* context) const;
-};
-
-using OwnedContext = std::unique_ptr<TvRT::Context, DeleteContext>;
-
 // What came of assembling a text.
 struct LoadOutcome {
-  OwnedContext context;  // null when the load was ended by an exception
-  std::string fault;     // the first thing found wrong; empty for none
+  TvRT::OwnedContext context;  // null when the load was ended by an exception
+  std::string fault;           // the first thing found wrong; empty for none
 };
 
 // Assembles the text and keeps its messages to itself.
