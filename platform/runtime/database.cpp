@@ -1,5 +1,6 @@
 #include "Tavro/database.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <unordered_map>
 #include <utility>
@@ -18,6 +19,7 @@ constexpr unsigned noRowType = 65535;
 // Tables go first: they take their interfaces out of the scheduler.
 struct Database::Contents {
   SchedulerQueue scheduler;
+  Client* binding = nullptr;
   std::unordered_map<std::string, std::unique_ptr<MemoryTable>> tables;
 
   MemoryTable* find(const std::string& name) const {
@@ -48,12 +50,50 @@ Table* Database::tableAt(const std::string& path) { return contents_->at(path); 
 void Database::bindInterface(TvTableInterface& interface, const std::string& path) {
   MemoryTable* const table = contents_->at(path);
   if (table == nullptr) throw std::invalid_argument("no table at path '" + path + "'");
-  interface.state().bind(*table, *contents_->scheduler.queue_);
+  interface.state().bind(*table, *contents_->scheduler.queue_, contents_->binding);
 }
 
 SchedulerQueue& Database::scheduler() { return contents_->scheduler; }
 
 void Database::clear() { contents_->tables.clear(); }
+
+Client::Client(Database& database, FailureHandler failed) : database_(database), failed_(std::move(failed)) {}
+
+Client::~Client() {
+  for (InterfaceState* const interface : interfaces_) interface->leaveClient();
+}
+
+void Client::bind(const std::function<void()>& work) {
+  struct Binding {
+    Client*& place;
+    Client* former;
+    Binding(Client*& client, Client* now) : place(client), former(std::exchange(client, now)) {}
+    Binding(const Binding&) = delete;
+    Binding& operator=(const Binding&) = delete;
+    ~Binding() { place = former; }
+  };
+  const Binding binding(database_.contents_->binding, this);
+  work();
+}
+
+void Client::takeDown() noexcept {
+  while (!interfaces_.empty()) interfaces_.back()->disconnect();
+}
+
+bool Client::isHeld() const {
+  return std::any_of(interfaces_.begin(), interfaces_.end(), [](const InterfaceState* interface) {
+    return !interface->isReader() && interface->isHeld();
+  });
+}
+
+void Client::considerReaders() noexcept {
+  for (InterfaceState* const interface : interfaces_) interface->consider();
+}
+
+void Client::fail(const std::exception_ptr& cause) {
+  takeDown();
+  failed_(cause);
+}
 
 TavroDB::TavroDB() : database_(std::make_unique<Database>()) {}
 TavroDB::~TavroDB() = default;

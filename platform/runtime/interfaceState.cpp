@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Tavro/database.h"
 #include "memoryTable.h"
 #include "runQueue.h"
 
@@ -15,9 +16,12 @@ InterfaceState::InterfaceState(TvTableInterface& owner, unsigned char mode, Hand
                                 " neither reads nor writes");
 }
 
-void InterfaceState::bind(MemoryTable& table, RunQueue& queue) {
+void InterfaceState::bind(MemoryTable& table, RunQueue& queue, Client* client) {
   if (table_ != nullptr) throw std::logic_error("interface " + name_ + " is bound already");
+  if (client != nullptr) client->interfaces_.reserve(client->interfaces_.size() + 1);
   table.connect(*this);
+  if (client != nullptr) client->interfaces_.push_back(this);
+  client_ = client;
   table_ = &table;
   queue_ = &queue;
   phase_ = Phase::bound;
@@ -33,8 +37,12 @@ void InterfaceState::disconnect() noexcept {
   readyDue_ = blocked_ = false;
   noticesDue_ = 0;
   queue_->unbind(*owner_);
+  if (client_ != nullptr) std::erase(client_->interfaces_, this);
+  client_ = nullptr;
   table.disconnect(*this);
 }
+
+void InterfaceState::consider() noexcept { queue_->consider(*owner_); }
 
 MemoryTable& InterfaceState::table() const {
   if (table_ == nullptr) throw std::logic_error("interface " + name_ + " is not bound to a table");
@@ -76,7 +84,9 @@ void InterfaceState::blockedIs(bool blocked) noexcept {
 bool InterfaceState::runnable() const {
   if (table_ == nullptr) return false;
   if (!isReader()) return readyDue_ || noticesDue_ > 0;
-  return owner_->clientReady() && (readyDue_ || (phase_ == Phase::active && !backlog_.isEmpty()));
+  if (!owner_->clientReady() || (client_ != nullptr && client_->isHeld())) return false;
+  if (readyDue_) return handlers_.row != nullptr || !table_->isBeingFilled();
+  return phase_ == Phase::active && !backlog_.isEmpty();
 }
 
 void InterfaceState::deliver(const std::shared_ptr<InterfaceState>& self) {
@@ -98,7 +108,9 @@ void InterfaceState::attempt(const Tell& tell, const Done& done) {
     return;
   } catch (...) {
     done();
-    throw;
+    if (client_ == nullptr) throw;
+    client_->fail(std::current_exception());
+    return;
   }
   done();
 }
@@ -114,12 +126,15 @@ void InterfaceState::deliverBlocking() {
     bool& flag;
     ~GoingOn() { flag = false; }
   };
-  const GoingOn goingOn{isGoingOn_ = !blocked};
-  attempt([&] { handlers_.block(blocked); },
-          [&] {
-            if (noticesDue_ > 0) --noticesDue_;
-            if (!blocked) queue.resumeAll();
-          });
+  {
+    const GoingOn goingOn{isGoingOn_ = !blocked};
+    attempt([&] { handlers_.block(blocked); },
+            [&] {
+              if (noticesDue_ > 0) --noticesDue_;
+              if (!blocked) queue.resumeAll();
+            });
+  }
+  if (client_ != nullptr && !isHeld()) client_->considerReaders();
 }
 
 void InterfaceState::deliverChange() {

@@ -8,6 +8,7 @@
 
 namespace Tavro {
 
+class Client;
 class MemoryTable;
 class RunQueue;
 
@@ -26,9 +27,12 @@ class InterfaceState {
   InterfaceState(const InterfaceState&) = delete;
   InterfaceState& operator=(const InterfaceState&) = delete;
 
-  void bind(MemoryTable& table, RunQueue& queue);
+  // `client` may be null.
+  void bind(MemoryTable& table, RunQueue& queue, Client* client);
   // Leaves table and scheduler; nothing is told any more. No effect when not bound.
   void disconnect() noexcept;
+  void leaveClient() noexcept { client_ = nullptr; }
+  void consider() noexcept;
 
   bool isReader() const { return mode_ == TvTableInterface::readMode; }
   // Throws std::logic_error when not bound.
@@ -51,6 +55,9 @@ class InterfaceState {
   // True from a refused row until the writer is told that it can go on.
   bool isHeld() const { return (blocked_ || noticesDue_ > 0) && !isGoingOn_; }
   void blockedIs(bool blocked) noexcept;
+  // Whether a writer has filled its table.
+  bool hasEnded() const { return hasEnded_; }
+  void endIs() noexcept { hasEnded_ = true; }
 
   bool runnable() const;
   // Tells what comes next. `self` keeps the handlers alive when one of them destroys the interface.
@@ -76,6 +83,7 @@ class InterfaceState {
   Handlers handlers_;
   MemoryTable* table_ = nullptr;
   RunQueue* queue_ = nullptr;
+  Client* client_ = nullptr;
 
   bool readyDue_ = false;
   Phase phase_ = Phase::bound;
@@ -87,6 +95,7 @@ class InterfaceState {
   unsigned noticesDue_ = 0;
   // While the writer is being told that it can go on.
   bool isGoingOn_ = false;
+  bool hasEnded_ = false;
 };
 
 }  // namespace Tavro

@@ -202,9 +202,15 @@ void MemoryTable::remove(const BaseRow& row) {
   news.make();
 }
 
-void MemoryTable::end() {
+void MemoryTable::end(InterfaceState& writer) {
+  const bool isFiller = fillers_ != 0;
+  if (isFiller && writer.hasEnded()) return;
   Announcement news(readers_);
-  news.add(Change::Kind::ended, BaseRow());
+  if (fillers_ <= 1) news.add(Change::Kind::ended, BaseRow());
+  if (isFiller) {
+    writer.endIs();
+    --fillers_;
+  }
   news.make();
 }
 

@@ -39,6 +39,7 @@ class MemoryTable final : public Table {
   void autoUpdateIs(TvPtr<RowOpsBase> rules) override { autoUpdate_ = std::move(rules); }
   void capacityIs(std::size_t rows) override;
   std::size_t refusals() const override { return refusals_; }
+  void fillerCountIs(std::size_t writers) override { fillers_ = writers; }
 
   // Throws std::out_of_range for a number that the table does not have.
   IndexBase& index(unsigned number) const;
@@ -46,7 +47,9 @@ class MemoryTable final : public Table {
   // The table's side of TvTableInterface::rowIs and rowDel.
   void insert(const BaseRow& row, InterfaceState& writer);
   void remove(const BaseRow& row);
-  void end();
+  void end(InterfaceState& writer);
+
+  bool isBeingFilled() const { return fillers_ != 0; }
 
   // Interfaces take themselves out before they go.
   void connect(InterfaceState& interface);
@@ -98,6 +101,7 @@ class MemoryTable final : public Table {
 
   std::size_t capacity_ = 0;
   std::size_t refusals_ = 0;
+  std::size_t fillers_ = 0;
   std::vector<InterfaceState*> readers_;
   std::vector<InterfaceState*> writers_;
 };

@@ -19,6 +19,7 @@ void RunQueue::enlist(Schedulable& object, Schedulable::Place place) noexcept {
   object.next_ = nullptr;
   (list.last == nullptr ? list.first : list.last->next_) = &object;
   list.last = &object;
+  ++list.size;
 }
 
 void RunQueue::unlist(Schedulable& object) noexcept {
@@ -27,6 +28,7 @@ void RunQueue::unlist(Schedulable& object) noexcept {
   (object.previous_ == nullptr ? list.first : object.previous_->next_) = object.next_;
   (object.next_ == nullptr ? list.last : object.next_->previous_) = object.previous_;
   object.place_ = Schedulable::Place::none;
+  --list.size;
 }
 
 void RunQueue::unbind(Schedulable& object) noexcept {
@@ -55,10 +57,17 @@ void RunQueue::resumeAll() noexcept {
   while (parked_.first != nullptr) resume(*parked_.first);
 }
 
+Schedulable& RunQueue::next() {
+  Schedulable* object = runnable_.first;
+  if (random_)
+    for (std::size_t skipped = (*random_)() % runnable_.size; skipped > 0; --skipped) object = object->next_;
+  return *object;
+}
+
 bool RunQueue::step() {
   if (inStep_) return false;
   while (runnable_.first != nullptr) {
-    Schedulable& object = *runnable_.first;
+    Schedulable& object = next();
     unlist(object);
     // It may have been stopped since it was put there.
     if (!object.runnable()) continue;
@@ -87,6 +96,7 @@ bool RunQueue::step() {
 SchedulerQueue::SchedulerQueue() : queue_(std::make_unique<RunQueue>()) {}
 SchedulerQueue::~SchedulerQueue() = default;
 
+void SchedulerQueue::seedIs(std::uint64_t seed) { queue_->seedIs(seed); }
 bool SchedulerQueue::step() { return queue_->step(); }
 
 void SchedulerQueue::runUntilIdle() {

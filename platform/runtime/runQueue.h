@@ -1,5 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <random>
+
 #include "Tavro/Scheduler.h"
 
 namespace Tavro {
@@ -25,13 +30,18 @@ class RunQueue {
   void resume(Schedulable& object) noexcept;
   void resumeAll() noexcept;
 
-  // Runs the first of the line. False when there is none, and from inside a unit of work.
+  // From now on a random one of the line runs next, always the same for the same number, instead of the
+  // first.
+  void seedIs(std::uint64_t seed) { random_.emplace(seed); }
+
+  // Runs the next of the line. False when there is none, and from inside a unit of work.
   bool step();
 
  private:
   struct List {
     Schedulable* first = nullptr;
     Schedulable* last = nullptr;
+    std::size_t size = 0;
   };
 
   List& listOf(Schedulable::Place place) {
@@ -39,9 +49,11 @@ class RunQueue {
   }
   void enlist(Schedulable& object, Schedulable::Place place) noexcept;
   void unlist(Schedulable& object) noexcept;
+  Schedulable& next();
 
   List runnable_;
   List parked_;
+  std::optional<std::mt19937_64> random_;
   bool inStep_ = false;
   // What runs now; null when it has been destroyed or unbound meanwhile.
   Schedulable* running_ = nullptr;

@@ -21,7 +21,7 @@ void TvTableInterface::deactivate(bool /*blocked*/) { state_->deactivate(); }
 void TvTableInterface::rowIs(BaseRow& row) {
   MemoryTable& table = state_->tableToWrite();
   if (row.isNull())
-    table.end();
+    table.end(*state_);
   else
     table.insert(row, *state_);
 }

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +18,7 @@
 // the scheduler is run.
 namespace Tavro {
 
+class Database;
 class RunQueue;
 class TvTableInterface;
 
@@ -34,8 +38,12 @@ class TAVRO_EXPORT SchedulerQueue {
   SchedulerQueue& operator=(const SchedulerQueue&) = delete;
   ~SchedulerQueue();
 
+  // From now on a random one of what is runnable runs next; the same number gives the same order. Each
+  // interface is still told of things in their order. For finding what depends on the order.
+  void seedIs(std::uint64_t seed);
+
   // Runs one unit of work. False when nothing was runnable, and when called from inside a unit of work. An
-  // exception of the unit passes through; the unit then counts as done.
+  // exception of the unit passes through, unless a Client takes it; the unit then counts as done.
   bool step();
   // Runs until nothing is runnable.
   void runUntilIdle();
@@ -95,6 +103,44 @@ class TAVRO_EXPORT Table {
   virtual void capacityIs(std::size_t rows) = 0;
   // How often the table has refused a row because of its capacity.
   virtual std::size_t refusals() const = 0;
+
+  // The number of writers that fill the table before its end of data: 0, the default, when every end-of-data
+  // mark is told to the readers at once. Otherwise they are told of the last one only, where further marks of
+  // one writer count for nothing; and until then a reader without a row handler, which reads the table once
+  // and for all, is not told that it is ready.
+  virtual void fillerCountIs(std::size_t writers) = 0;
+};
+
+// Who owns some interfaces, such as one operator. While one of its writers waits for room its readers are
+// told nothing, and what its handlers throw ends it and nobody else.
+class TAVRO_EXPORT Client {
+ public:
+  using FailureHandler = std::function<void(std::exception_ptr)>;
+
+  // `failed` is called, from the scheduler's loop, when a handler of the client has thrown anything else than
+  // TvTableFull. The client has been taken down by then. It must not destroy the client. The database has to
+  // outlive it.
+  Client(Database& database, FailureHandler failed);
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  // Its interfaces go on without a client.
+  ~Client();
+
+  // Does `work`; the interfaces that it binds belong to the client from now on.
+  void bind(const std::function<void()>& work);
+  // Disconnects all interfaces. What they wrote stays, and nothing is told to them any more.
+  void takeDown() noexcept;
+
+ private:
+  friend class InterfaceState;
+
+  bool isHeld() const;
+  void considerReaders() noexcept;
+  void fail(const std::exception_ptr& cause);
+
+  Database& database_;
+  FailureHandler failed_;
+  std::vector<InterfaceState*> interfaces_;
 };
 
 // Tables and the scheduler that serves their interfaces. Independent of every other database.
@@ -124,6 +170,7 @@ class TAVRO_EXPORT Database {
   void clear();
 
  private:
+  friend class Client;
   struct Contents;
   std::unique_ptr<Contents> contents_;
 };
