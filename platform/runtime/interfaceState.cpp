@@ -122,18 +122,11 @@ void InterfaceState::deliverReady() {
 void InterfaceState::deliverBlocking() {
   const bool blocked = noticesDue_ % 2 == 1 ? blocked_ : !blocked_;
   RunQueue& queue = *queue_;
-  struct GoingOn {
-    bool& flag;
-    ~GoingOn() { flag = false; }
-  };
-  {
-    const GoingOn goingOn{isGoingOn_ = !blocked};
-    attempt([&] { handlers_.block(blocked); },
-            [&] {
-              if (noticesDue_ > 0) --noticesDue_;
-              if (!blocked) queue.resumeAll();
-            });
-  }
+  attempt([&] { handlers_.block(blocked); },
+          [&] {
+            if (noticesDue_ > 0) --noticesDue_;
+            if (!blocked) queue.resumeAll();
+          });
   if (client_ != nullptr && !isHeld()) client_->considerReaders();
 }
 

@@ -53,7 +53,7 @@ class InterfaceState {
   // A writer's state of blocking, as its table changes it.
   bool isBlocked() const { return blocked_; }
   // True from a refused row until the writer is told that it can go on.
-  bool isHeld() const { return (blocked_ || noticesDue_ > 0) && !isGoingOn_; }
+  bool isHeld() const { return blocked_ || noticesDue_ > 0; }
   void blockedIs(bool blocked) noexcept;
   // Whether a writer has filled its table.
   bool hasEnded() const { return hasEnded_; }
@@ -93,8 +93,6 @@ class InterfaceState {
   // all.
   bool blocked_ = false;
   unsigned noticesDue_ = 0;
-  // While the writer is being told that it can go on.
-  bool isGoingOn_ = false;
   bool hasEnded_ = false;
 };
 

@@ -105,10 +105,9 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   // it can again), TvOutOfRange for a row that does not fit the table or has the keys of several rows, what
   // the program of an index throws, and std::logic_error on a reader. After a throw the table is as it was.
   void rowIs(BaseRow& row);
-  // Removes the stored row that `row` names by key, or by equality in a table without key. No effect when
-  // there is none, or when `row` has not the columns that are compared. Needs no room, but keeps its place
-  // behind a refused row: from the refusal until the block handler has told that the table can take rows
-  // again, and is left, TvTableFull is thrown. Throws std::logic_error on a reader.
+  // Removes the stored row that `row` names by key, or by equality in a table without key. Never blocks. No
+  // effect when there is none, or when `row` has not the columns that are compared. Throws std::logic_error
+  // on a reader.
   void rowDel(const BaseRow& row);
 
   // Positions under index number `index`. Each throws std::out_of_range for an index that the table does not
