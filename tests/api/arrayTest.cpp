@@ -27,44 +27,6 @@ class ArrayColumn {
   BaseRow row_{fixedLength};
 };
 
-struct SetCase {
-  const char* left;
-  const char* right;
-  bool equal, contains, intersects;
-};
-
-template <typename T>
-void checkSets(TavroTypes type, const std::vector<SetCase>& cases) {
-  for (const SetCase& each : cases) {
-    SCOPED_TRACE(getTavroTypeName(type) + " " + each.left + " " + each.right);
-    const ArrayColumn<T> left(type, each.left), right(type, each.right);
-    EXPECT_EQ(left.view() == right.view(), each.equal);
-    EXPECT_EQ(left.view().contains(right.view()), each.contains);
-    EXPECT_EQ(left.view().intersects(right.view()), each.intersects);
-    EXPECT_EQ(right.view().intersects(left.view()), each.intersects);
-  }
-}
-
-TEST(Array, EqualsContainsIntersects) {
-  checkSets<unsigned int>(TypeUint32, {{"[1,2,2]", "[2,2]", false, true, true},
-                                       {"[1,2]", "[2,2]", false, false, true},
-                                       {"[1,2]", "[2,9]", false, false, true},
-                                       {"[1,2]", "[2,1]", false, true, true},
-                                       {"[1,2]", "[1,2]", true, true, true},
-                                       {"[1,2]", "[3]", false, false, false},
-                                       {"[1,2,3]", "[]", false, false, false},
-                                       {"[]", "[1]", false, false, false},
-                                       {"[]", "[]", true, false, false}});
-  checkSets<bool>(
-      TypeBool, {{"[true,false]", "[false]", false, true, true}, {"[true]", "[false]", false, false, false}});
-  checkSets<StringValueReference>(TypeString, {{R"(["a","b","b"])", R"(["b","a"])", false, true, true},
-                                               {R"(["a",""])", R"([""])", false, true, true},
-                                               {R"(["ab"])", R"(["a","b"])", false, false, false}});
-  checkSets<IpGenPrefixReference>(TypeIpGenPrefix, {{"[10.0.0.0/8,::/8]", "[10.0.0.0/8]", false, true, true},
-                                                    {"[10.0.0.0/8]", "[10.0.0.0/9]", false, false, false},
-                                                    {"[,10.0.0.0/8]", "[\"\"]", false, true, true}});
-}
-
 TEST(Array, PayloadOfVariableElementsBeginsWithTheirEnds) {
   ArrayColumn<StringValueReference> column(TypeString, R"(["a","","bcd"])");
   const std::string expected("\3\0\1\0\1\0\4\0abcd", 12);
@@ -108,20 +70,14 @@ TEST(Array, PrebuiltIndexIsUsed) {
   EXPECT_TRUE(indexed.intersects(one.view()));
 }
 
-TEST(Array, PrintsEveryElement) {
-  std::string expected = "[0";
-  for (int i = 1; i < 4095; ++i) expected += "," + std::to_string(i % 256);
-  expected += "]";
+TEST(Array, PrintsValuesAndNotCharacters) {
   std::ostringstream out;
-  out << ArrayColumn<unsigned char>(TypeUint8, expected).view();
-  EXPECT_EQ(out.str(), expected);
-
-  out.str("");
-  out << ArrayReference<int>() << ArrayColumn<signed char>(TypeInt8, "[-1]").view()
+  out << ArrayReference<int>() << ArrayColumn<signed char>(TypeInt8, "[-65]").view()
       << ArrayColumn<bool>(TypeBool, "[true,false]").view()
       << ArrayColumn<StringValueReference>(TypeString, R"(["a\"b\\",""])").view()
-      << ArrayColumn<IpGenPrefixReference>(TypeIpGenPrefix, "[10.0.0.0/8]").view();
-  EXPECT_EQ(out.str(), R"([][-1][true,false]["a\"b\\",""][10.0.0.0/8])");
+      << ArrayColumn<IpGenPrefixReference>(TypeIpGenPrefix, "[10.0.0.0/8]").view()
+      << StringValueReference(R"(a "b")", 5) << StringValueReference();
+  EXPECT_EQ(out.str(), R"([][-65][true,false]["a\"b\\",""][10.0.0.0/8]a "b")");
 }
 
 }  // namespace

@@ -30,35 +30,28 @@ TEST(Exceptions, TreeAndNames) {
   expectCaughtAsBase(TvRT::TvAssemblyException("bad"), "bad", "Tavro::TvRT::TvAssemblyException");
 }
 
-TEST(Debug, LevelsAreTurnedOnAndOffOneByOne) {
-  Kelpo::DebugHandler* const handler = Kelpo::Platform::getDebugHandler("levels");
-  EXPECT_EQ(handler, Kelpo::Platform::getDebugHandler("levels"));
-  EXPECT_NE(handler, Kelpo::Platform::getDebugHandler("Levels"));
-  EXPECT_EQ(handler->category(), "levels");
-  handler->levelIs(0, true);
-  handler->levelIs(31, true);
-  handler->levelIs(8, true);
-  handler->levelIs(8, false);
-  EXPECT_TRUE(handler->isOn(0) && handler->isOn(31));
-  EXPECT_FALSE(handler->isOn(8) || handler->isOn(30) || handler->anyOn(0x7FFFFFFE));
-}
-
-TEST(Debug, ATraceIsComposedOnlyWhenItsLevelIsOn) {
+TEST(Debug, ATraceIsComposedOnlyWhileItsLevelIsOn) {
   Kelpo::DebugHandler* const handler = Kelpo::Platform::getDebugHandler("composed");
+  EXPECT_EQ(handler, Kelpo::Platform::getDebugHandler("composed"));
   int composed = 0;
-  const auto site = [&] {
-    Kelpo::trace(handler, 8, "unit.cpp", 42, "work", [&](std::ostream& out) {
+  const auto site = [&](unsigned level) {
+    Kelpo::trace(handler, level, "unit.cpp", 42, "work", [&](std::ostream& out) {
       ++composed;
       out << "third: " << 1.0 / 3;
     });
   };
   testing::internal::CaptureStderr();
-  site();
-  handler->levelIs(8, true);
-  site();
+  site(8);
+  for (const unsigned level : {0U, 8U, 31U}) handler->levelIs(level, true);
+  site(8);
+  site(30);
+  handler->levelIs(8, false);
+  site(8);
   handler->flush();
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "composed:8 unit.cpp:42 work: third: 0.333333333333\n");
   EXPECT_EQ(composed, 1);
+  EXPECT_TRUE(handler->isOn(0) && handler->isOn(31));
+  EXPECT_FALSE(handler->anyOn(0x7FFFFFFE));
 }
 
 TEST(Debug, LinesOfSeveralThreadsDoNotMix) {

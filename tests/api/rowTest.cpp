@@ -45,9 +45,6 @@ TEST(Row, FixedColumnsStandInPlaceUnaligned) {
   row.setColumn<unsigned int>(24, 0x01020304, 28);
   EXPECT_EQ(imageOf(row), (Bytes{28, 0, 2, 1,    0,    0, 0,  0, 0xAB, 0xFE, 0xFF, 0, 0, 0,
                                  0,  0, 0, 0xF0, 0x3F, 1, 10, 1, 2,    3,    4,    3, 2, 1}));
-  short number = 0;
-  row.getColumn(9, number);
-  EXPECT_EQ(number, -2);
 }
 
 TEST(Row, PayloadsReplaceGrowAndMove) {
@@ -73,10 +70,16 @@ TEST(Row, PayloadsReplaceGrowAndMove) {
   EXPECT_EQ(imageOf(row), grown) << "the last payload grows in place";
 
   row.setColumn(first, std::string("yz"), fixedLength);
-  grown[0] = 38;
-  grown[8] = 36;
   grown[10] = 2;
-  grown.insert(grown.end(), {'y', 'z'});
+  grown[16] = 'y';
+  grown[17] = 'z';
+  EXPECT_EQ(imageOf(row), grown) << "what was once longer has kept its room";
+
+  row.setColumn(first, std::string("wxyz"), fixedLength);
+  grown[0] = 40;
+  grown[8] = 36;
+  grown[10] = 4;
+  grown.insert(grown.end(), {'w', 'x', 'y', 'z'});
   EXPECT_EQ(imageOf(row), grown) << "any other moves behind the end";
 
   row.setColumn(first, std::string(), fixedLength);
@@ -87,32 +90,42 @@ TEST(Row, PayloadsReplaceGrowAndMove) {
   EXPECT_EQ(Bytes(row.rowBuf() + second, row.rowBuf() + second + 4), (Bytes{0, 0, 0, 0x80}));
 }
 
-TEST(Row, SlotsThatWereNeverWrittenReadLikeEmptyOnes) {
+TEST(Row, PayloadsThatGrowAndShrinkInTurnDoNotGrowTheRow) {
   BaseRow row(fixedLength);
-  IpGenPrefix prefix("1.2.3.4/5");
-  ArrayReference<StringValueReference> array(row.rowBuf(), 9);
-  row.getColumn(first, prefix);
-  row.getColumn(first, array);
-  EXPECT_EQ(prefix.family(), NoAddress);
-  EXPECT_EQ(array.payload(), nullptr);
-  EXPECT_EQ(array.length(), 0);
-  EXPECT_EQ(viewOf(row, first).length(), 0);
+  std::vector<BaseRow> stored;
+  for (int turn = 0; turn < 5000; ++turn) {
+    const auto length = static_cast<std::size_t>(turn * 7 % 100);
+    row.setColumn(first, std::string(length, 'a'), fixedLength);
+    row.setColumn(second, std::string(99 - length, 'b'), fixedLength);
+    // A copy, as a table has one of an inserted row, makes the next write move the row.
+    if (turn % 3 == 0) stored.push_back(row);
+    ASSERT_LE(row.length(), 1000) << "turn " << turn;
+    StringValueReference text;
+    row.getColumn(first, text);
+    ASSERT_EQ(std::string(text.bytes(), text.length()), std::string(length, 'a'));
+    row.getColumn(second, text);
+    ASSERT_EQ(std::string(text.bytes(), text.length()), std::string(99 - length, 'b'));
+  }
+}
 
+TEST(Row, NullRowsAndSlotsThatWereNeverWrittenReadLikeEmptyOnes) {
+  for (const BaseRow& row : {BaseRow(), BaseRow(fixedLength)}) {
+    double number = 1;
+    IpGenPrefix prefix("1.2.3.4/5");
+    ArrayReference<StringValueReference> array(reinterpret_cast<const unsigned char*>("array"), 5);
+    row.getColumn(first, number);
+    row.getColumn(first, prefix);
+    row.getColumn(first, array);
+    EXPECT_EQ(number, 0);
+    EXPECT_EQ(prefix.family(), NoAddress);
+    EXPECT_EQ(array.payload(), nullptr);
+    EXPECT_EQ(array.length(), 0);
+    EXPECT_EQ(viewOf(row, first).length(), 0);
+  }
+  BaseRow row(fixedLength);
   row.setColumn(first, std::string("abc"), fixedLength);
   row.rwRowBuf()[first + 3] &= 0x7F;
   EXPECT_EQ(stringOf(row, first), "abc") << "the top bit is of no account";
-}
-
-TEST(Row, GeneralAddressesOfEachFamily) {
-  for (const char* text : {"", "10.1.2.3", "2001:db8::1"}) {
-    const IpGenAddr address{std::string(text)};
-    BaseRow row(fixedLength);
-    row.setColumn(first, address, fixedLength);
-    IpGenAddrReference view;
-    row.getColumn(first, view);
-    EXPECT_EQ(view, IpGenAddrReference(address.bytes(), address.family())) << text;
-    EXPECT_EQ(row.length(), fixedLength + BaseRow::encodeLength(view)) << text;
-  }
 }
 
 TEST(Row, WritesGoToAPrivateCopyOnce) {
@@ -132,19 +145,10 @@ TEST(Row, WritesGoToAPrivateCopyOnce) {
   EXPECT_EQ(row.rowBuf(), own);
 }
 
-TEST(Row, NullRowReadsAsNullAndRefusesWrites) {
+TEST(Row, NullRowsAreCountedAndRefuseWrites) {
   BaseRow null;
   const BaseRow shared = null;
   EXPECT_EQ(null.useCount(), 2);
-  double number = 1;
-  IpGenPrefix prefix("1.2.3.4/5");
-  ArrayReference<bool> array(null.rowBuf(), 1);
-  null.getColumn(first, number);
-  null.getColumn(first, prefix);
-  null.getColumn(first, array);
-  EXPECT_EQ(number, 0);
-  EXPECT_EQ(prefix.family(), NoAddress);
-  EXPECT_EQ(array.length(), 0);
   EXPECT_EQ(null.rowBuf(), nullptr);
   EXPECT_THROW(null.rwRowBuf(), TvNullRow);
   EXPECT_THROW(null.setColumn(first, 1, fixedLength), TvNullRow);
@@ -178,24 +182,11 @@ TEST(Row, AViewOfTheRowItselfMayBeWritten) {
   row.setColumn(first, text, fixedLength);
   row.setColumn(first, viewOf(row, first), fixedLength);
   EXPECT_EQ(stringOf(row, first), text);
-  row.setColumn(second, viewOf(row, first), fixedLength);
-  EXPECT_EQ(stringOf(row, second), text) << "the row grows under the view";
-
   const StringValueReference tail(viewOf(row, first).bytes() + 2, 20);
   row.setColumn(first, tail, fixedLength);
   EXPECT_EQ(stringOf(row, first), text.substr(2, 20)) << "source and target overlap";
-
-  BaseRow arrays(fixedLength);
-  const Bytes payload{2, 0, 1, 0, 0, 0, 2, 0, 0, 0};
-  arrays.setPayload(first, payload.data(), payload.size(), fixedLength);
-  const BaseRow stored = arrays;
-  ArrayReference<int> array;
-  arrays.getColumn(first, array);
-  arrays.setColumn(second, array, fixedLength);
-  ArrayReference<int> copy;
-  arrays.getColumn(second, copy);
-  EXPECT_EQ(copy, array);
-  EXPECT_EQ(stored.length(), fixedLength + payload.size());
+  row.setColumn(second, viewOf(row, first), fixedLength);
+  EXPECT_EQ(stringOf(row, second), text.substr(2, 20)) << "the row grows under the view";
 }
 
 // The length of the fixed part that a writer passes is often that of another row.

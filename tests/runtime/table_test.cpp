@@ -7,72 +7,67 @@
 namespace Tavro {
 namespace {
 
-using Random = std::mt19937;
-
-unsigned below(Random& random, unsigned limit) { return static_cast<unsigned>(random() % limit); }
-
 struct Values {
-  int number;
-  std::string text;
-  double weight;
+  unsigned k, v;
+  std::string s;
 
   bool operator==(const Values&) const = default;
 };
 
-struct ModelCase {
+std::string textOf(const Values& row) { return text(row.k, row.v, row.s); }
+
+struct Kind {
   const char* name;
   bool keyed;
+  // Of the programmed indexes, over k; whether one of them merges rows.
+  bool ordered, unique, merges;
   unsigned steps;
   // Values are drawn from so many numbers and texts.
   unsigned range;
+
+  friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 };
 
 // A table and the same rows in a plain vector, in order of arrival.
-class TableModel : public testing::TestWithParam<ModelCase> {
+class TableModel : public testing::TestWithParam<Kind> {
  protected:
-  TableModel()
-      : table_(database_.createTable("t", {{"number", TypeInt32, false, GetParam().keyed},
-                                           {"text", TypeString, false, GetParam().keyed},
-                                           {"weight", TypeDouble}})) {
-    table_.addIndex({"weight"});
-    writer_ = makeWriter(database_, "t");
+  TableModel() : kind_(GetParam()), fixture_(kind_.keyed) {
+    fixture_.addColumns({"s", "v"});
+    const TvPtr<Rules> rules = fixture_.addRules(kind_.ordered, kind_.unique);
+    if (kind_.merges) fixture_.table.autoUpdateIs(rules);
   }
 
+  // Further indexes, when there are rows already.
+  void addIndexes() {
+    fixture_.addColumns({"v"});
+    fixture_.addRules(kind_.ordered, kind_.unique);
+  }
+
+  unsigned below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
+  // Numbers of the second half come in order. Texts differ within the first bytes of a key, or behind a
+  // common beginning only; some begin others.
   Values draw() {
-    const unsigned range = GetParam().range;
-    // Texts that differ within the first bytes of a key, or behind a common beginning only.
-    const std::string beginning = below(random_, 2) == 0 ? "" : "a text longer than the head of a key ";
-    return {static_cast<int>(below(random_, range)) - static_cast<int>(range) / 2,
-            beginning + std::to_string(below(random_, range)), below(random_, range) / 4.0};
-  }
-  BaseRow rowOf(const Values& values) const {
-    BaseRow row = table_.newRow();
-    const auto& columns = table_.columns();
-    row.setColumn(columns[0].offset(), values.number, table_.fixedLength());
-    row.setColumn(columns[1].offset(), values.text, table_.fixedLength());
-    row.setColumn(columns[2].offset(), values.weight, table_.fixedLength());
-    return row;
-  }
-  Values valuesOf(const BaseRow& row) const {
-    Values values;
-    StringValueReference text;
-    row.getColumn(table_.columns()[0].offset(), values.number);
-    row.getColumn(table_.columns()[1].offset(), text);
-    row.getColumn(table_.columns()[2].offset(), values.weight);
-    values.text = text.view();
-    return values;
+    const unsigned k = step_ < kind_.steps / 2 ? below(kind_.range) : step_ / 4 % kind_.range;
+    const std::string beginning = below(2) == 0 ? "" : "a text longer than the head of a key ";
+    return {k, below(kind_.range), beginning + std::to_string(below(kind_.range))};
   }
 
-  static auto key(const Values& values) { return std::tie(values.number, values.text); }
-  bool matches(const Values& left, const Values& right) const {
-    return GetParam().keyed ? key(left) == key(right) : left == right;
+  bool hasOrder(unsigned index) const {
+    return index == 0 ? kind_.keyed : index == 1 || index == 3 || kind_.ordered;
   }
-  auto findInModel(const Values& wanted) {
-    return std::find_if(model_.begin(), model_.end(), [&](const Values& v) { return matches(v, wanted); });
+  bool precedes(const Values& l, const Values& r, unsigned index) const {
+    if (!hasOrder(index)) return false;
+    if (index == 0) return std::tie(l.k, l.s) < std::tie(r.k, r.s);
+    if (index == 1) return std::tie(l.s, l.v) < std::tie(r.s, r.v);
+    return index == 3 ? l.v < r.v : l.k < r.k;
   }
-  bool precedes(const Values& left, const Values& right, unsigned index) const {
-    if (index == 1) return left.weight < right.weight;
-    return GetParam().keyed && key(left) < key(right);
+  bool matches(const Values& l, const Values& r, unsigned index) const {
+    if (hasOrder(index)) return !precedes(l, r, index) && !precedes(r, l, index);
+    return index == 0 ? l == r : l.k == r.k;
+  }
+  auto findInModel(const Values& wanted, unsigned index) {
+    return std::find_if(model_.begin(), model_.end(),
+                        [&](const Values& row) { return matches(row, wanted, index); });
   }
   std::vector<Values> modelUnder(unsigned index) const {
     std::vector<Values> sorted = model_;
@@ -82,178 +77,145 @@ class TableModel : public testing::TestWithParam<ModelCase> {
   }
 
   void insertOne() {
-    const Values values = draw();
-    BaseRow row = rowOf(values);
-    writer_->rowIs(row);
-    if (GetParam().keyed) std::erase_if(model_, [&](const Values& v) { return matches(v, values); });
-    model_.push_back(values);
+    Values row = draw();
+    fixture_.insert(row.k, row.v, row.s);
+    Texts expected;
+    const auto met = kind_.keyed || kind_.unique ? findInModel(row, kind_.keyed ? 0 : 2) : model_.end();
+    if (met != model_.end()) {
+      expected.push_back('-' + textOf(*met));
+      if (kind_.merges) row = {met->k, met->v + row.v, met->s};
+      model_.erase(met);
+    }
+    expected.push_back('+' + textOf(row));
+    model_.push_back(row);
+    ASSERT_EQ(fixture_.news(), expected);
   }
   void deleteOne() {
-    const Values values = !model_.empty() && below(random_, 4) != 0
-                              ? model_[below(random_, static_cast<unsigned>(model_.size()))]
-                              : draw();
-    writer_->rowDel(rowOf(values));
-    if (const auto found = findInModel(values); found != model_.end()) model_.erase(found);
+    Values row = below(4) == 0 ? draw() : model_[below(static_cast<unsigned>(model_.size()))];
+    if (kind_.keyed) row.v = 0;
+    fixture_.writer->rowDel(fixture_.row(row.k, row.v, row.s));
+    Texts expected;
+    if (const auto found = findInModel(row, 0); found != model_.end()) {
+      expected.push_back('-' + textOf(*found));
+      model_.erase(found);
+    }
+    ASSERT_EQ(fixture_.news(), expected);
   }
   void lookUp() {
     const Values wanted = draw();
-    const TvRowIterator found = writer_->find(rowOf(wanted), 0);
-    const auto expected = findInModel(wanted);
-    ASSERT_EQ(found == writer_->end(0), expected == model_.end());
-    if (expected != model_.end()) {
-      ASSERT_EQ(valuesOf(*found), *expected);
-    }
-    for (unsigned char index = 0; index <= 1; ++index) {
-      if (index == 0 && !GetParam().keyed) continue;
-      const std::vector<Values> sorted = modelUnder(index);
-      const auto bound =
-          std::lower_bound(sorted.begin(), sorted.end(), wanted,
-                           [&](const Values& l, const Values& r) { return precedes(l, r, index); });
-      TvRowIterator position = writer_->lower_bound(rowOf(wanted), index);
-      for (auto expectedRow = bound; expectedRow != sorted.end() && expectedRow - bound < 3; ++expectedRow)
-        ASSERT_EQ(valuesOf(*position++), *expectedRow);
-      if (bound == sorted.end()) {
-        ASSERT_EQ(position, writer_->end(index));
+    const BaseRow key = fixture_.row(wanted.k, wanted.v, wanted.s);
+    for (unsigned char index = 0; index <= fixture_.indexes; ++index) {
+      const std::vector<Values> rows = modelUnder(index);
+      const auto found = std::find_if(rows.begin(), rows.end(),
+                                      [&](const Values& row) { return matches(row, wanted, index); });
+      ASSERT_EQ(Tavro::textOf(fixture_.table, *fixture_.writer->find(key, index)),
+                found == rows.end() ? "null" : textOf(*found));
+      if (!hasOrder(index)) continue;
+      auto bound = std::find_if(rows.begin(), rows.end(),
+                                [&](const Values& row) { return !precedes(row, wanted, index); });
+      TvRowIterator position = fixture_.writer->lower_bound(key, index);
+      for (unsigned i = 0; i < 3 && bound != rows.end(); ++i)
+        ASSERT_EQ(Tavro::textOf(fixture_.table, *position++), textOf(*bound++));
+      if (bound == rows.end()) {
+        ASSERT_EQ(position, fixture_.writer->end(index));
       }
     }
   }
   void compareWalks() {
-    ASSERT_EQ(table_.size(), model_.size());
-    for (unsigned char index = 0; index <= 1; ++index) {
-      std::vector<Values> walked;
-      for (TvRowIterator i = writer_->begin(index); i != writer_->end(index); ++i)
-        walked.push_back(valuesOf(*i));
-      ASSERT_EQ(walked, modelUnder(index)) << "index " << int{index};
+    ASSERT_EQ(fixture_.table.size(), model_.size());
+    for (unsigned index = 0; index <= fixture_.indexes; ++index) {
+      Texts expected;
+      for (const Values& row : modelUnder(index)) expected.push_back(textOf(row));
+      ASSERT_EQ(fixture_.walkOf(index), expected) << "index " << index;
     }
   }
 
-  Database database_;
-  Table& table_;
-  std::unique_ptr<TvTableInterface> writer_;
+  const Kind kind_;
+  Fixture fixture_;
   std::vector<Values> model_;
-  Random random_{2024};
+  std::mt19937 random_{2024};
+  unsigned step_ = 0;
 };
 
 // Waves of growth and decline, so that the trees grow and shrink.
 TEST_P(TableModel, HoldsWhatAVectorHolds) {
-  for (unsigned step = 0; step < GetParam().steps; ++step) {
-    const unsigned wave = 4 * step / GetParam().steps;
-    if (below(random_, 8) < (wave % 2 == 0 ? 6U : 2U))
+  for (; step_ < kind_.steps; ++step_) {
+    const bool growing = 4 * step_ / kind_.steps % 2 == 0;
+    if (model_.empty() || below(8) < (growing ? 7U : 1U))
       insertOne();
     else
       deleteOne();
-    if (step % 64 == 0) lookUp();
-    if (step % 1024 == 0) compareWalks();
-    if (HasFatalFailure()) FAIL() << "step " << step;
+    if (step_ == kind_.steps / 8) addIndexes();
+    if (step_ % 32 == 0) lookUp();
+    if (step_ % 512 == 0) compareWalks();
+    if (HasFatalFailure()) FAIL() << "step " << step_;
   }
-  compareWalks();
-  while (!model_.empty()) deleteOne();
+  while (!model_.empty() && !HasFatalFailure()) deleteOne();
   compareWalks();
 }
 
 INSTANTIATE_TEST_SUITE_P(Tables, TableModel,
-                         testing::Values(ModelCase{"keyedDense", true, 4000, 6},
-                                         ModelCase{"keyed", true, 12000, 500},
-                                         ModelCase{"keylessDense", false, 4000, 4},
-                                         ModelCase{"keyless", false, 12000, 500}),
+                         testing::Values(Kind{"keyedDense", true, true, false, false, 4000, 6},
+                                         Kind{"keyed", true, true, false, false, 8000, 900},
+                                         Kind{"keyedMerging", true, false, false, true, 4000, 20},
+                                         Kind{"keylessDense", false, true, false, false, 4000, 4},
+                                         Kind{"keyless", false, false, false, false, 8000, 500},
+                                         Kind{"orderedUnique", false, true, true, false, 6000, 900},
+                                         Kind{"orderedMerging", false, true, true, true, 6000, 900},
+                                         Kind{"hashedUnique", false, false, true, false, 6000, 900},
+                                         Kind{"hashedMerging", false, false, true, true, 6000, 900}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 // Enough rows for a tree of three levels, removed in another order than they came in.
 TEST(Table, ManyRowsInAndOut) {
-  Database database;
-  Table& table = database.createTable("t", {{"k", TypeUint32, false, true}});
-  const auto writer = makeWriter(database, "t");
+  Fixture fixture(true);
+  fixture.reader.reset();
   std::vector<unsigned> keys(20000);
   for (unsigned i = 0; i < keys.size(); ++i) keys[i] = i;
-  const auto rowOf = [&](unsigned key) {
-    BaseRow row = table.newRow();
-    row.setColumn(tv_contentOffset, key, table.fixedLength());
-    return row;
-  };
-  Random random(5);
+  std::mt19937 random(5);
   for (unsigned round = 0; round < 4; ++round) {
-    for (const unsigned key : keys) {
-      BaseRow row = rowOf(key);
-      writer->rowIs(row);
-    }
+    for (const unsigned key : keys) fixture.insert(key, 0);
     if (round % 2 == 0) std::shuffle(keys.begin(), keys.end(), random);
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      writer->rowDel(rowOf(keys[i]));
-      if (i % 997 != 0) continue;
-      std::vector<unsigned> left(keys.begin() + static_cast<std::ptrdiff_t>(i) + 1, keys.end());
+    for (auto next = keys.begin(); next != keys.end();) {
+      fixture.writer->rowDel(fixture.row(*next++, 0));
+      if ((next - keys.begin()) % 1000 != 0) continue;
+      std::vector<unsigned> left(next, keys.end()), found;
       std::sort(left.begin(), left.end());
-      TvRowIterator position = writer->begin(0);
-      for (const unsigned key : left) {
-        unsigned found = 0;
-        (*position++).getColumn(tv_contentOffset, found);
-        ASSERT_EQ(found, key);
-        ASSERT_NE(writer->find(rowOf(key), 0), writer->end(0));
-      }
-      ASSERT_EQ(position, writer->end(0));
+      for (TvRowIterator i = fixture.writer->begin(0); i != fixture.writer->end(0); ++i)
+        found.push_back(columnOf(*i, keyColumn));
+      ASSERT_EQ(found, left);
     }
-    EXPECT_EQ(table.size(), 0U);
   }
 }
 
 TEST(Table, RowsAreSharedAndNeverChanged) {
-  Database database;
-  Table& table = database.createTable("t", {{"k", TypeUint8, false, true}});
-  const auto writer = makeWriter(database, "t");
-  BaseRow row = makeRow(table, {"1"});
-  writer->rowIs(row);
-  BaseRow stored = *writer->begin(0);
+  Fixture fixture(true);
+  BaseRow row = fixture.row(1, 0);
+  fixture.writer->rowIs(row);
+  BaseRow stored = *fixture.writer->begin(0);
   EXPECT_EQ(stored.rowBuf(), row.rowBuf());
-  stored.setColumn(tv_contentOffset, static_cast<unsigned char>(2), table.fixedLength());
-  row.setColumn(tv_contentOffset, static_cast<unsigned char>(3), table.fixedLength());
-  EXPECT_EQ(walk(table, *writer, 0), std::vector<std::string>{"1"});
-}
-
-TEST(Table, AnIndexMayComeAfterTheRows) {
-  Database database;
-  Table& table = database.createTable("t", {{"k", TypeUint8, false, true}, {"v", TypeUint8}});
-  const auto writer = makeWriter(database, "t");
-  for (const auto& cells : {std::vector<std::string>{"9", "1"}, {"5", "0"}, {"2", "1"}}) {
-    BaseRow row = makeRow(table, cells);
-    writer->rowIs(row);
-  }
-  table.addIndex({"v"});
-  using Rows = std::vector<std::string>;
-  EXPECT_EQ(walk(table, *writer, 1), (Rows{"5|0", "9|1", "2|1"}));
-  // A row that is replaced arrives anew.
-  BaseRow row = makeRow(table, {"9", "1"});
-  writer->rowIs(row);
-  EXPECT_EQ(walk(table, *writer, 1), (Rows{"5|0", "2|1", "9|1"}));
-  writer->rowDel(makeRow(table, {"2", "77"}));
-  EXPECT_EQ(walk(table, *writer, 1), (Rows{"5|0", "9|1"}));
+  for (BaseRow* const writer : {&row, &stored}) writer->setColumn(keyColumn, 2U, fixedLength);
+  EXPECT_EQ(fixture.walkOf(0), Texts{text(1, 0)});
 }
 
 TEST(Table, MemoryStaysAtTheWorkingSet) {
-  Database database;
-  Table& table = database.createTable("t", {{"k", TypeUint32, false, true}, {"v", TypeUint8}});
-  Table& keyless = database.createTable("keyless", {{"k", TypeUint32}});
-  table.addIndex({"v"});
-  const auto writer = makeWriter(database, "t");
-  const auto keylessWriter = makeWriter(database, "keyless");
-  const auto change = [&](unsigned key, bool insert) {
-    for (const auto& [t, w] : {std::pair(&table, writer.get()), std::pair(&keyless, keylessWriter.get())}) {
-      BaseRow row = t->newRow();
-      row.setColumn(tv_contentOffset, key, t->fixedLength());
-      if (insert)
-        w->rowIs(row);
-      else
-        w->rowDel(row);
-    }
-  };
-  const auto slide = [&](unsigned from, unsigned to) {
-    for (unsigned key = from; key < to; ++key) {
-      change(key, true);
-      if (key >= 500) change(key - 500, false);
-    }
-  };
-  slide(0, 2000);
-  const std::size_t before = allocation::inUse();
-  slide(2000, 60000);
-  EXPECT_LT(allocation::inUse(), before + 50);
+  for (const bool keyed : {true, false}) {
+    Fixture fixture(keyed);
+    fixture.reader.reset();
+    fixture.addColumns({"v"});
+    fixture.addRules(true, false);
+    fixture.addRules(false, false);
+    const auto slide = [&](unsigned from, unsigned to) {
+      for (unsigned key = from; key < to; ++key) {
+        fixture.insert(key, 0);
+        fixture.writer->rowDel(fixture.row(key - 500, 0));
+      }
+    };
+    slide(0, 2000);
+    const std::size_t before = allocation::inUse();
+    slide(2000, 30000);
+    EXPECT_LT(allocation::inUse(), before + 50);
+  }
 }
 
 // Rows from anywhere: keys and deletions of other layouts, short ones, and slots that point beyond the row.
