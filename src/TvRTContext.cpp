@@ -86,6 +86,7 @@ Context::ContextState Context::execute(len_t label) {
   if (state != Ready)
     throw TvTableFull("Context not ready, state = " + std::to_string(static_cast<int>(state)));
   if (!gotoOp(label)) endProcess("unknown starting point: ", label);
+  lastEntry = label;
   return execute();
 }
 

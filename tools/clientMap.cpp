@@ -25,24 +25,23 @@ void checkValue(const std::string& name, const tvMetadata::tvColumn& column, con
 
 }  // namespace
 
-ClientMap makeClientMap(const Program& program, const std::map<std::string, std::string>& given) {
+ClientMap makeClientMap(const Program& program, const std::map<std::string, std::string>& given,
+                        std::set<std::string>& taken) {
   ClientMap map;
   for (const auto& [name, text] : given) {
     const auto parameter = program.parameters.find(name);
     if (parameter != program.parameters.end()) {
       checkValue(name, parameter->second, text);
       map[name] = text;
+      taken.insert(name);
       continue;
     }
-    bool known = false;
     for (const ProgramTable& table : program.tables) {
       if (name != table.pathKey() && name != table.name) continue;
       // With an alias a name says more than without.
       if (name == table.pathKey() || !given.contains(table.pathKey())) map[table.pathKey()] = text;
-      known = true;
+      taken.insert(name);
     }
-    if (!known)
-      failCommandLine("--param " + name + ": the program has no such parameter and no such table path");
   }
   return map;
 }

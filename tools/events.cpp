@@ -7,8 +7,8 @@
 
 namespace Tavro::Tool {
 
-EventReader::EventReader(TvPtr<TavroDB> database, CsvReader& source, const Table& output)
-    : database_(std::move(database)), source_(source), output_(output) {}
+EventReader::EventReader(TvPtr<TavroDB> database, CsvReader& source, std::set<const Table*> outputs)
+    : database_(std::move(database)), source_(source), outputs_(std::move(outputs)) {}
 
 bool EventReader::applyNext() {
   if (!source_.next()) return false;
@@ -44,7 +44,7 @@ void EventReader::insert(const Target& target, BaseRow row) {
   } catch (const TvOutOfRange& error) {
     source_.failAt(source_.cells().front().at, error.what());
   }
-  if (target.table != &output_) ++rowsIn_;
+  if (!outputs_.contains(target.table)) ++rowsIn_;
 }
 
 void EventReader::erase(const Target& target, const BaseRow& row) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 
@@ -14,8 +15,8 @@ namespace Tavro::Tool {
 // "-,TABLE,value,..." deletes one.
 class EventReader {
  public:
-  // `source` is not owned. Rows inserted into `output` do not count as rows in.
-  EventReader(TvPtr<TavroDB> database, CsvReader& source, const Table& output);
+  // `source` is not owned. Rows inserted into `outputs` do not count as rows in.
+  EventReader(TvPtr<TavroDB> database, CsvReader& source, std::set<const Table*> outputs);
 
   // Applies the next event; false when there are no more. Throws Failure for an event that cannot be applied.
   bool applyNext();
@@ -35,7 +36,7 @@ class EventReader {
 
   TvPtr<TavroDB> database_;
   CsvReader& source_;
-  const Table& output_;
+  std::set<const Table*> outputs_;
   std::unordered_map<std::string, Target> targets_;
   std::size_t rowsIn_ = 0;
 };

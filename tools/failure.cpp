@@ -1,6 +1,7 @@
 #include "failure.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace Tavro::Tool {
@@ -34,6 +35,8 @@ std::string oneLine(std::string_view text) {
 
 Failure::Failure(ExitStatus status, const std::string& line)
     : std::runtime_error(oneLine(line)), status_(status) {}
+
+void report(const std::string& text) { std::fprintf(stderr, "%s\n", oneLine("tvop: " + text).c_str()); }
 
 void fail(const std::string& text) { throw Failure(ExitStatus::RunFailed, "tvop: " + text); }
 

@@ -39,6 +39,10 @@ struct Position {
 // A file could not be opened, read or written, for the reason in `errno`.
 [[noreturn]] void failOnFile(const std::string& file);
 
+// Says on standard error, in one line, that something has failed which does not end the process: "tvop:
+// TEXT".
+void report(const std::string& text);
+
 // `text` fit for one line: control characters as escapes, what is very long cut.
 std::string oneLine(std::string_view text);
 

@@ -53,7 +53,7 @@ ExitStatus runTool(int argc, char** argv) {
     if (rowops->parsed())
       Tavro::Tool::runRowOps(rowopsOptions);
     else
-      Tavro::Tool::runProgram(options);
+      return Tavro::Tool::runPrograms(options) ? ExitStatus::Done : ExitStatus::RunFailed;
     return ExitStatus::Done;
   } catch (const Failure& failure) {
     return endWith(failure.status(), failure.what());

@@ -53,7 +53,7 @@ TvRT::OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::st
 Program inspectProgram(const TvPtr<TavroDB>& database, const std::string& path) {
   const TvRT::OwnedContext context = assembleProgram(database, path);
   if (context->keyRowIndex() == 0) fail(path + ": the program has no end statement");
-  return {tablesOf(*context, path), context->parameterColumns()};
+  return {tablesOf(*context, path), context->parameterColumns(), context->oneShot()};
 }
 
 }  // namespace Tavro::Tool

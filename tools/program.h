@@ -24,6 +24,7 @@ struct ProgramTable {
 struct Program {
   std::vector<ProgramTable> tables;  // the output table first
   std::unordered_map<std::string, tvMetadata::tvColumn> parameters;
+  bool isOneShot;  // what its properties say
 };
 
 // A program's file name has to end in ".tva". Throws Failure, which names the command whose help to read.

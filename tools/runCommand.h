@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,14 +13,16 @@ namespace Tavro::Tool {
 
 // What the command line of `tvop run` says, as it stands there.
 struct RunOptions {
-  std::string program;
+  std::vector<std::string> programs;
   std::vector<std::string> tables;
   std::string directory;
   std::vector<std::string> parameters;
   std::vector<std::string> indexes;
   bool standing = false;
   std::string events = "-";
-  std::size_t capacity = 0;  // 0 for no limit
+  std::vector<std::string> capacities;
+  std::optional<std::uint64_t> seed;
+  bool failFast = false;
   std::vector<std::string> traces;
   bool stats = false;
 };
@@ -27,7 +30,8 @@ struct RunOptions {
 // Adds `tvop run` to the command line; parsing it fills `options`.
 CLI::App* addRunCommand(CLI::App& app, RunOptions& options);
 
-// Runs a program over tables. Throws Failure.
-void runProgram(const RunOptions& options);
+// Runs programs over tables. Throws Failure. Returns false when an operator has failed, which has been
+// reported.
+bool runPrograms(const RunOptions& options);
 
 }  // namespace Tavro::Tool

@@ -1,7 +1,8 @@
 #include "runTables.h"
 
 #include <filesystem>
-#include <memory>
+#include <map>
+#include <numeric>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -49,23 +50,25 @@ TableSource sourceOf(const std::vector<std::string>& candidates, const TableOpti
   return {last, fileInDirectory(options.directory, last)};
 }
 
-[[noreturn]] void failOnUnboundTable(const std::string& option, const std::string& table) {
-  failCommandLine(option + " " + table + ": the program binds no such table");
+[[noreturn]] void failOnUnboundTable(const std::string& option, const std::string& table,
+                                     std::size_t programs) {
+  failCommandLine(option + " " + table + ": " +
+                  (programs == 1 ? "the program binds no such table" : "no program binds such a table"));
 }
 
-void checkFilesAreUsed(const Program& program, const ClientMap& client, const TableOptions& options) {
+void checkFilesAreUsed(const std::vector<Operator>& operators, const TableOptions& options) {
   std::set<std::string> meant;
-  for (const ProgramTable& table : program.tables)
-    for (const std::string& name : candidatesFor(table, client)) meant.insert(name);
+  for (const Operator& one : operators)
+    for (const ProgramTable& table : one.program.tables)
+      for (const std::string& name : candidatesFor(table, one.client)) meant.insert(name);
   for (const auto& [name, file] : options.files)
-    if (!meant.contains(name)) failOnUnboundTable("--table", name);
+    if (!meant.contains(name)) failOnUnboundTable("--table", name, operators.size());
 }
 
-void checkIndexesAreUsed(const std::vector<TableSource>& sources, const TableOptions& options) {
-  std::set<std::string> used;
-  for (const TableSource& source : sources) used.insert(source.table);
+void checkIndexesAreUsed(const std::set<std::string>& tables, const TableOptions& options,
+                         std::size_t programs) {
   for (const IndexOption& index : options.indexes)
-    if (!used.contains(index.table)) failOnUnboundTable("--index", index.table);
+    if (!tables.contains(index.table)) failOnUnboundTable("--index", index.table, programs);
 }
 
 void checkLength(const ProgramTable& bound, const Table& table, const std::string& file) {
@@ -95,6 +98,22 @@ void addIndexes(Table& table, const TableOptions& options) {
   }
 }
 
+// The table that a program binds; one that another has bound already is there.
+Table& makeTable(TavroDB& database, const TableSource& source, const ProgramTable& bound,
+                 const TableOptions& options, Progress& progress, std::map<Table*, std::size_t>& rows) {
+  if (Table* const known = database.database().findTable(source.table)) {
+    checkLength(bound, *known, source.file);
+    return *known;
+  }
+  CsvReader file(source.file);
+  Table& table = createTable(database.database(), source.table, file);
+  checkLength(bound, table, source.file);
+  addIndexes(table, options);
+  progress.stageIs("loading " + source.file);
+  rows[&table] = loadRows(database, table, file, progress);
+  return table;
+}
+
 void requireRules(const RowOpsProgram& program) {
   const std::set<std::string>& defined = program.operations;
   if (!defined.contains("less") && !(defined.contains("hash") && defined.contains("equals")))
@@ -117,34 +136,42 @@ void loadIndexPrograms(const TvPtr<TavroDB>& database, TableOptions& options) {
   }
 }
 
-RunTables loadTables(TavroDB& database, const Program& program, const ClientMap& client,
-                     const TableOptions& options, Progress& progress) {
-  checkFilesAreUsed(program, client, options);
-  std::vector<TableSource> sources;
-  for (const ProgramTable& table : program.tables)
-    sources.push_back(sourceOf(candidatesFor(table, client), options));
-  checkIndexesAreUsed(sources, options);
-
-  RunTables loaded{nullptr, 0};
-  Database& tables = database.database();
-  for (std::size_t i = 0; i < sources.size(); ++i) {
-    const auto& [name, path] = sources[i];
-    Table* table = tables.findTable(name);
-    const bool isNew = table == nullptr;
-    std::unique_ptr<CsvReader> file;
-    if (isNew) {
-      file = std::make_unique<CsvReader>(path);
-      table = &createTable(tables, name, *file);
+std::size_t loadTables(TavroDB& database, std::vector<Operator>& operators, const TableOptions& options,
+                       Progress& progress) {
+  checkFilesAreUsed(operators, options);
+  std::vector<std::vector<TableSource>> sources;
+  std::set<std::string> names;
+  for (const Operator& one : operators) {
+    sources.emplace_back();
+    for (const ProgramTable& table : one.program.tables) {
+      sources.back().push_back(sourceOf(candidatesFor(table, one.client), options));
+      names.insert(sources.back().back().table);
     }
-    checkLength(program.tables[i], *table, path);
-    if (i == 0) loaded.output = table;
-    if (!isNew) continue;
-    addIndexes(*table, options);
-    progress.stageIs("loading " + path);
-    const std::size_t rows = loadRows(database, *table, *file, progress);
-    if (table != loaded.output) loaded.rowsIn += rows;
   }
-  return loaded;
+  checkIndexesAreUsed(names, options, operators.size());
+
+  std::map<Table*, std::size_t> rows;
+  for (std::size_t i = 0; i < operators.size(); ++i)
+    for (std::size_t j = 0; j < sources[i].size(); ++j) {
+      Table& table =
+          makeTable(database, sources[i][j], operators[i].program.tables[j], options, progress, rows);
+      operators[i].tables.push_back(&table);
+    }
+  for (const Operator& one : operators) rows.erase(&one.output());
+  return std::accumulate(rows.begin(), rows.end(), std::size_t{0},
+                         [](std::size_t sum, const auto& table) { return sum + table.second; });
+}
+
+void limitTables(const std::vector<Operator>& operators, const TableCapacities& capacities) {
+  std::map<std::string, Table*> tables;
+  for (const Operator& one : operators)
+    for (Table* const table : one.tables) tables[table->name()] = table;
+  for (const Operator& one : operators) one.output().capacityIs(capacities.ofOutputs);
+  for (const auto& [name, rows] : capacities.byTable) {
+    const auto table = tables.find(name);
+    if (table == tables.end()) failOnUnboundTable("--capacity", name, operators.size());
+    table->second->capacityIs(rows);
+  }
 }
 
 }  // namespace Tavro::Tool

@@ -6,9 +6,8 @@
 #include <vector>
 
 #include "Tavro/database.h"
-#include "clientMap.h"
 #include "namedValues.h"
-#include "program.h"
+#include "pipeline.h"
 #include "progress.h"
 #include "rowOpsProgram.h"
 
@@ -29,17 +28,22 @@ struct TableOptions {
   std::vector<IndexOption> indexes;          // in the order of their numbers
 };
 
-struct RunTables {
-  Table* output;
-  std::size_t rowsIn;  // rows of all tables but the output
+// Capacities of tables.
+struct TableCapacities {
+  std::size_t ofOutputs = 0;                   // of all output tables; 0 for no limit
+  std::map<std::string, std::size_t> byTable;  // of single tables
 };
 
 // Loads the programs of the indexes, in order. Throws Failure for one that is not fit, and RowOpsFailure.
 void loadIndexPrograms(const TvPtr<TavroDB>& database, TableOptions& options);
 
-// Makes and fills the tables of a run. Throws Failure when one has no file, a bad file, or rows of another
-// length than the program says, and for files and indexes of tables that are not of the run.
-RunTables loadTables(TavroDB& database, const Program& program, const ClientMap& client,
-                     const TableOptions& options, Progress& progress);
+// Makes and fills the tables of a run, and gives the operators theirs. Returns the number of rows in tables
+// that no operator writes. Throws Failure when a table has no file, a bad file, or rows of another length
+// than a program says, and for files and indexes of tables that are not of the run.
+std::size_t loadTables(TavroDB& database, std::vector<Operator>& operators, const TableOptions& options,
+                       Progress& progress);
+
+// Limits the tables of a run. Throws Failure for a table that is not of the run.
+void limitTables(const std::vector<Operator>& operators, const TableCapacities& capacities);
 
 }  // namespace Tavro::Tool

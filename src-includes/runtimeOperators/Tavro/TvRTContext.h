@@ -105,6 +105,8 @@ class TAVRO_EXPORT Context {
   const IStream& istream() const { return stream; }
   // The name of a label, "" for none.
   std::string entryName(len_t label) const;
+  // The label at which the last run from a label began; 0 before the first.
+  len_t runEntry() const { return lastEntry; }
 
   // ---- stack
 
@@ -291,6 +293,7 @@ class TAVRO_EXPORT Context {
   __kelpoDebug debug;
   // `len` of each slot's binding record, 0 for none: every store into a row asks for it.
   std::vector<len_t> fixedLengths;
+  len_t lastEntry = 0;
   // What onRowWC found for each table, -1 for not looked up yet. Emptied whenever a name gets another label.
   mutable std::vector<int> rowEntries;
 };

@@ -97,6 +97,9 @@ class TAVRO_EXPORT Proxy {
   // The second argument selects nothing.
   void deleteRow(const BaseRow& row, len_t);
 
+  // The loaded program and the state of its run, for clients that show them.
+  const Context& program() const { return *context; }
+
   // ---- statistics
 
   void snapshotStats();
