@@ -48,6 +48,17 @@ void writeTypeNames(std::ostream& text, std::span<const NativeType> types, const
   text << ">";
 }
 
+std::string InstructionInfo::statementText() const {
+  std::string text;
+  for (const char* at = statement; *at != 0; ++at) {
+    if (*at >= '0' && *at <= '9')
+      text += typeNameOrUnknown(arguments[static_cast<std::size_t>(*at - '0')].code);
+    else
+      text += *at;
+  }
+  return text;
+}
+
 std::string InstructionInfo::name() const {
   std::ostringstream text;
   text << className;

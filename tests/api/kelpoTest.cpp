@@ -34,7 +34,7 @@ TEST(Debug, ATraceIsComposedOnlyWhileItsLevelIsOn) {
   Kelpo::DebugHandler* const handler = Kelpo::Platform::getDebugHandler("composed");
   EXPECT_EQ(handler, Kelpo::Platform::getDebugHandler("composed"));
   int composed = 0;
-  const auto site = [&](unsigned level) {
+  const auto site = [&](int level) {
     Kelpo::trace(handler, level, "unit.cpp", 42, "work", [&](std::ostream& out) {
       ++composed;
       out << "third: " << 1.0 / 3;
@@ -42,7 +42,7 @@ TEST(Debug, ATraceIsComposedOnlyWhileItsLevelIsOn) {
   };
   testing::internal::CaptureStderr();
   site(8);
-  for (const unsigned level : {0U, 8U, 31U}) handler->levelIs(level, true);
+  for (const int level : {0, 8, 31}) handler->levelIs(level, true);
   site(8);
   site(30);
   handler->levelIs(8, false);

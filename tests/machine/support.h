@@ -118,7 +118,7 @@ struct Probe {
   static inline std::function<OpResult(Context&)> work;
 
   static OpResult op(Context& context) { return work(context); }
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("Probe", "");
+  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("Probe", "", "probe");
   static void install(Context& context) { appendHandler(context, &op, &describe<Probe>); }
 };
 

@@ -84,7 +84,7 @@ inline T wrapping(T l, T r, const Compute& compute) {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_noOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<>>("tv_noOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<>>("tv_noOperation", "T", "dummy<0>");
 
   static OpResult op(Context& context) {
     const auto [right, left] = context.stackR().popPair<T, T>();
@@ -98,7 +98,7 @@ struct TAVRO_EXPORT tv_noOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_plusOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_plusOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_plusOperation", "T", "add<0>");
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a + b; });
   }
@@ -110,7 +110,8 @@ struct TAVRO_EXPORT tv_plusOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_minusOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_minusOperation", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, T>, Types<T>>("tv_minusOperation", "T", "sub<0>");
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a - b; });
   }
@@ -122,7 +123,7 @@ struct TAVRO_EXPORT tv_minusOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_mulOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_mulOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_mulOperation", "T", "mul<0>");
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a * b; });
   }
@@ -135,7 +136,7 @@ struct TAVRO_EXPORT tv_mulOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_divOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_divOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_divOperation", "T", "div<0>");
   __attribute__((no_sanitize("undefined"))) static T apply(T l, T r) { return l / r; }
   static OpResult op(Context& context) { return runArithmetic<tv_divOperation, T>(context); }
 };
@@ -145,7 +146,8 @@ struct TAVRO_EXPORT tv_divOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_shiftOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_shiftOperation", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, T>, Types<T>>("tv_shiftOperation", "T", "shift<0>");
   static T apply(T l, T r) { return l >> (r & 63); }
   static OpResult op(Context& context) { return runLogic<tv_shiftOperation, T>(context); }
 };
@@ -155,7 +157,8 @@ struct TAVRO_EXPORT tv_shiftOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_bitAndOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitAndOperation", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitAndOperation", "T", "bitAnd<0>");
   static T apply(T l, T r) { return l & r; }
   static OpResult op(Context& context) { return runLogic<tv_bitAndOperation, T>(context); }
 };
@@ -165,7 +168,8 @@ struct TAVRO_EXPORT tv_bitAndOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_bitOrOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitOrOperation", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitOrOperation", "T", "bitOr<0>");
   static T apply(T l, T r) { return l | r; }
   static OpResult op(Context& context) { return runLogic<tv_bitOrOperation, T>(context); }
 };
@@ -175,7 +179,8 @@ struct TAVRO_EXPORT tv_bitOrOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_boolAndOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolAndOperation", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolAndOperation", "T", "boolAnd");
   static unsigned char apply(unsigned char l, unsigned char r) { return l == 0 ? 0 : r; }
   static OpResult op(Context& context) { return runLogic<tv_boolAndOperation, T>(context); }
 };
@@ -185,7 +190,8 @@ struct TAVRO_EXPORT tv_boolAndOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_boolOrOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolOrOperation", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolOrOperation", "T", "boolOr");
   static unsigned char apply(unsigned char l, unsigned char r) { return l != 0 ? 1 : r; }
   static OpResult op(Context& context) { return runLogic<tv_boolOrOperation, T>(context); }
 };
@@ -195,7 +201,7 @@ struct TAVRO_EXPORT tv_boolOrOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_eqOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_eqOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_eqOperation", "T", "eq<0>");
   static bool apply(bool equal) { return equal; }
   static OpResult op(Context& context) { return runEquality<tv_eqOperation, T>(context); }
 };
@@ -205,7 +211,7 @@ struct TAVRO_EXPORT tv_eqOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_neOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_neOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_neOperation", "T", "ne<0>");
   static bool apply(bool equal) { return !equal; }
   static OpResult op(Context& context) { return runEquality<tv_neOperation, T>(context); }
 };
@@ -215,7 +221,7 @@ struct TAVRO_EXPORT tv_neOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_ltOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_ltOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_ltOperation", "T", "lt<0>");
   static constexpr bool isLess = true;
   template <typename Value>
   static bool apply(const Value& l, const Value& r) {
@@ -229,7 +235,7 @@ struct TAVRO_EXPORT tv_ltOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_leOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_leOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_leOperation", "T", "le<0>");
   static constexpr bool isLess = true;
   template <typename Value>
   static bool apply(const Value& l, const Value& r) {
@@ -243,7 +249,7 @@ struct TAVRO_EXPORT tv_leOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_gtOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_gtOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_gtOperation", "T", "gt<0>");
   static constexpr bool isLess = false;
   template <typename Value>
   static bool apply(const Value& l, const Value& r) {
@@ -257,7 +263,7 @@ struct TAVRO_EXPORT tv_gtOperation {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT tv_geOperation {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_geOperation", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_geOperation", "T", "ge<0>");
   static constexpr bool isLess = false;
   template <typename Value>
   static bool apply(const Value& l, const Value& r) {
@@ -283,8 +289,8 @@ inline OpResult runArrayTest(Context& context) {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_containsOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_containsOperation", "CT, ST");
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
+      "tv_containsOperation", "CT, ST", "contains<0>");
   static bool apply(const Array& l, const Array& r) { return l.contains(r); }
   static OpResult op(Context& context) { return runArrayTest<tv_containsOperation, CT>(context); }
 };
@@ -295,8 +301,8 @@ struct TAVRO_EXPORT tv_containsOperation {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_intersectsOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_intersectsOperation", "CT, ST");
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
+      "tv_intersectsOperation", "CT, ST", "intersects<0>");
   static bool apply(const Array& l, const Array& r) { return l.intersects(r); }
   static OpResult op(Context& context) { return runArrayTest<tv_intersectsOperation, CT>(context); }
 };
@@ -308,7 +314,7 @@ template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_aryEqOperation {
   using Array = ArrayReference<CT>;
   static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_aryEqOperation", "CT, ST");
+      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_aryEqOperation", "CT, ST", "aryEq<0>");
   static bool apply(const Array& l, const Array& r) { return l == r; }
   static OpResult op(Context& context) { return runArrayTest<tv_aryEqOperation, CT>(context); }
 };
@@ -319,8 +325,8 @@ struct TAVRO_EXPORT tv_aryEqOperation {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_containsElementOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<ST, Array>, Types<bool>>("tv_containsElementOperation", "CT, ST");
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<ST, Array>, Types<bool>>(
+      "tv_containsElementOperation", "CT, ST", "containsElement<0>");
 
   static bool apply(const Array& array, const CT& element) {
     const unsigned count = array.count();

@@ -23,8 +23,8 @@ struct TAVRO_EXPORT CopyColumnOp {
   len_t toColumn;
 
   static constexpr auto shape =
-      declareOp<Types<T>, Types<>, Types<>>("CopyColumnOp", "T", OperandKind::RowSlot, OperandKind::Column,
-                                            OperandKind::RowSlot, OperandKind::Column);
+      declareOp<Types<T>, Types<>, Types<>>("CopyColumnOp", "T", "copyColumn<0>", OperandKind::RowSlot,
+                                            OperandKind::Column, OperandKind::RowSlot, OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -43,8 +43,8 @@ struct TAVRO_EXPORT CopyAryColumnOp {
   len_t toColumn;
 
   static constexpr auto shape =
-      declareOp<Types<T>, Types<>, Types<>>("CopyAryColumnOp", "T", OperandKind::RowSlot, OperandKind::Column,
-                                            OperandKind::RowSlot, OperandKind::Column);
+      declareOp<Types<T>, Types<>, Types<>>("CopyAryColumnOp", "T", "copyAryColumn<0>", OperandKind::RowSlot,
+                                            OperandKind::Column, OperandKind::RowSlot, OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -63,7 +63,7 @@ struct TAVRO_EXPORT EqualColumnOp {
   len_t otherColumn;
 
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
-      "EqualColumnOp", "T", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
+      "EqualColumnOp", "T", "equalColumn<0>", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
       OperandKind::Column);
 
   len_t install(Context& context) const {
@@ -83,8 +83,8 @@ struct TAVRO_EXPORT EqualAryColumnOp {
   len_t otherColumn;
 
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
-      "EqualAryColumnOp", "T", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
-      OperandKind::Column);
+      "EqualAryColumnOp", "T", "equalAryColumn<0>", OperandKind::RowSlot, OperandKind::Column,
+      OperandKind::RowSlot, OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -104,8 +104,8 @@ struct TAVRO_EXPORT CompareColumnOp {
   len_t otherColumn;
 
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<signed char>>(
-      "CompareColumnOp", "T", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
-      OperandKind::Column);
+      "CompareColumnOp", "T", "compareColumn<0>", OperandKind::RowSlot, OperandKind::Column,
+      OperandKind::RowSlot, OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);

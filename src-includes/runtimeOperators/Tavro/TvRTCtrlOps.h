@@ -27,7 +27,8 @@ static_assert(sizeof(LabelOperand) == 8);
 struct TAVRO_EXPORT haltOp {
   unsigned int unused = 0;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("haltOp", "", OperandKind::Unused);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("haltOp", "", "halt", OperandKind::Unused);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -41,7 +42,8 @@ struct TAVRO_EXPORT haltOp {
 struct TAVRO_EXPORT branchOp {
   LabelOperand target;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("branchOp", "", OperandKind::Label);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("branchOp", "", "branch", OperandKind::Label);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -57,7 +59,7 @@ struct TAVRO_EXPORT condBranchOp {
   LabelOperand target;
 
   static constexpr auto shape =
-      declareOp<Types<>, Types<bool>, Types<>>("condBranchOp", "", OperandKind::Label);
+      declareOp<Types<>, Types<bool>, Types<>>("condBranchOp", "", "condBranch", OperandKind::Label);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -73,7 +75,7 @@ struct TAVRO_EXPORT invCondBranchOp {
   LabelOperand target;
 
   static constexpr auto shape =
-      declareOp<Types<>, Types<bool>, Types<>>("invCondBranchOp", "", OperandKind::Label);
+      declareOp<Types<>, Types<bool>, Types<>>("invCondBranchOp", "", "invCondBranch", OperandKind::Label);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -90,7 +92,7 @@ struct TAVRO_EXPORT compareBranchOp {
   LabelOperand greater;
 
   static constexpr auto shape = declareOp<Types<>, Types<signed char>, Types<>>(
-      "compareBranchOp", "", OperandKind::Label, OperandKind::Label);
+      "compareBranchOp", "", "compareBranch", OperandKind::Label, OperandKind::Label);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -105,7 +107,8 @@ struct TAVRO_EXPORT compareBranchOp {
 struct TAVRO_EXPORT callOp {
   LabelOperand target;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("callOp", "", OperandKind::Label);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("callOp", "", "call", OperandKind::Label);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -119,7 +122,8 @@ struct TAVRO_EXPORT callOp {
 struct TAVRO_EXPORT returnOp {
   unsigned int unused = 0;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("returnOp", "", OperandKind::Unused);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("returnOp", "", "return", OperandKind::Unused);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);

@@ -49,12 +49,15 @@ struct StackEntry {
 struct TAVRO_EXPORT InstructionInfo {
   const char* className;
   const char* parameters;                 // how signatures name the type arguments, as in "CT, ST"
+  const char* statement;                  // of the assembly language, with numbers of type arguments
   std::span<const NativeType> arguments;  // the type arguments
   len_t operandWidth;                     // bytes behind the handler slot
   std::span<const OperandKind> operands;
   std::span<const StackEntry> pops;    // topmost first
   std::span<const StackEntry> pushes;  // in order of pushing
 
+  // The statement with its types, as in "pushColumn<uint8_t>".
+  std::string statementText() const;
   // Class with its type arguments, as in "PushColumnOp<uint8_t,uint64_t>".
   std::string name() const;
   // The full signature of the class's `install`, as traces show it.

@@ -27,7 +27,8 @@ TAVRO_EXPORT std::uint32_t combineBytes(const unsigned char* bytes, std::size_t 
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT CondExprOp {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, bool, T>, Types<T>>("CondExprOp", "T");
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<T, bool, T>, Types<T>>("CondExprOp", "T", "condExpr<0>");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
@@ -42,7 +43,7 @@ struct TAVRO_EXPORT CondExprOp {
 template <typename T>
 struct TAVRO_EXPORT HashOp {
   static constexpr auto shape =
-      declareOp<Types<T>, Types<T, unsigned long long>, Types<unsigned long long>>("HashOp", "T");
+      declareOp<Types<T>, Types<T, unsigned long long>, Types<unsigned long long>>("HashOp", "T", "hash<0>");
 
   // The hash of the value alone.
   static std::uint32_t hashOf(const typename StackValue<T>::Stored& value);
@@ -65,7 +66,8 @@ struct TAVRO_EXPORT OverlapsOp {
   len_t otherColumn;
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<bool>>(
-      "OverlapsOp", "", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot, OperandKind::Column);
+      "OverlapsOp", "", "overlaps", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
+      OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
@@ -84,7 +86,8 @@ struct TAVRO_EXPORT StepLessOp {
   len_t toColumn;
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<bool>>(
-      "StepLessOp", "", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot, OperandKind::Column);
+      "StepLessOp", "", "stepLess", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
+      OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);

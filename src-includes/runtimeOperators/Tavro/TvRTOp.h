@@ -19,17 +19,20 @@
 namespace Tavro::TvRT {
 
 // What is declared of an instruction class: its name, its type arguments with the names that signatures give
-// them ("CT, ST"), the meaning of each data member, and what it pops, topmost first, and pushes.
+// them ("CT, ST"), the statement that installs it with the number of the argument for each of its types
+// ("nswap<1,0>"), the meaning of each data member, and what it pops, topmost first, and pushes.
 template <typename Arguments, typename Pops, typename Pushes, std::size_t OperandCount>
 struct OpShape {
   const char* className;
   const char* parameters;
+  const char* statement;
   std::array<OperandKind, OperandCount> operands;
 
   // Of a shape that is a static member; the result refers to it.
   constexpr InstructionInfo info(len_t operandWidth) const {
     return {className,
             parameters,
+            statement,
             nativeTypesOf(Arguments()),
             operandWidth,
             operands,
@@ -39,8 +42,9 @@ struct OpShape {
 };
 
 template <typename Arguments, typename Pops, typename Pushes, typename... Kinds>
-constexpr auto declareOp(const char* className, const char* parameters, Kinds... operands) {
-  return OpShape<Arguments, Pops, Pushes, sizeof...(Kinds)>{className, parameters, {operands...}};
+constexpr auto declareOp(const char* className, const char* parameters, const char* statement,
+                         Kinds... operands) {
+  return OpShape<Arguments, Pops, Pushes, sizeof...(Kinds)>{className, parameters, statement, {operands...}};
 }
 
 // The object of an instruction without operands has no bytes in the stream.

@@ -17,7 +17,7 @@ struct TAVRO_EXPORT FetchRowOp {
   len_t row;
 
   static constexpr auto shape =
-      declareOp<Types<>, Types<>, Types<bool>>("FetchRowOp", "", OperandKind::RowSlot);
+      declareOp<Types<>, Types<>, Types<bool>>("FetchRowOp", "", "fetchRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -31,7 +31,7 @@ struct TAVRO_EXPORT FetchRowIndexedOp {
   len_t index;
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<bool>>(
-      "FetchRowIndexedOp", "", OperandKind::RowSlot, OperandKind::Index);
+      "FetchRowIndexedOp", "", "fetchRowIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -43,7 +43,8 @@ struct TAVRO_EXPORT FetchRowIndexedOp {
 struct TAVRO_EXPORT ClearRowOp {
   len_t row;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("ClearRowOp", "", OperandKind::RowSlot);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("ClearRowOp", "", "clearRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -55,7 +56,8 @@ struct TAVRO_EXPORT ClearRowOp {
 struct TAVRO_EXPORT BeginOp {
   len_t row;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("BeginOp", "", OperandKind::RowSlot);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("BeginOp", "", "begin", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -68,7 +70,7 @@ struct TAVRO_EXPORT LowerBoundOp {
   len_t row;
 
   static constexpr auto shape =
-      declareOp<Types<>, Types<>, Types<>>("LowerBoundOp", "", OperandKind::RowSlot);
+      declareOp<Types<>, Types<>, Types<>>("LowerBoundOp", "", "lowerBound", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -82,7 +84,7 @@ struct TAVRO_EXPORT LowerBoundIndexedOp {
   len_t index;
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>(
-      "LowerBoundIndexedOp", "", OperandKind::RowSlot, OperandKind::Index);
+      "LowerBoundIndexedOp", "", "lowerBoundIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -95,7 +97,7 @@ struct TAVRO_EXPORT NextRowOp {
   len_t row;
 
   static constexpr auto shape =
-      declareOp<Types<>, Types<>, Types<bool>>("NextRowOp", "", OperandKind::RowSlot);
+      declareOp<Types<>, Types<>, Types<bool>>("NextRowOp", "", "nextRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -109,7 +111,8 @@ struct TAVRO_EXPORT NextRowOp {
 struct TAVRO_EXPORT InsertRowOp {
   len_t row;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("InsertRowOp", "", OperandKind::RowSlot);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("InsertRowOp", "", "insertRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -121,7 +124,8 @@ struct TAVRO_EXPORT InsertRowOp {
 struct TAVRO_EXPORT DeleteRowOp {
   len_t row;
 
-  static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>("DeleteRowOp", "", OperandKind::RowSlot);
+  static constexpr auto shape =
+      declareOp<Types<>, Types<>, Types<>>("DeleteRowOp", "", "deleteRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -135,7 +139,7 @@ struct TAVRO_EXPORT DeleteRowIndexedOp {
   len_t index;
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>(
-      "DeleteRowIndexedOp", "", OperandKind::RowSlot, OperandKind::Index);
+      "DeleteRowIndexedOp", "", "deleteRowIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);
@@ -148,7 +152,7 @@ struct TAVRO_EXPORT IsNullRowOp {
   len_t row;
 
   static constexpr auto shape =
-      declareOp<Types<>, Types<>, Types<bool>>("IsNullRowOp", "", OperandKind::RowSlot);
+      declareOp<Types<>, Types<>, Types<bool>>("IsNullRowOp", "", "isNullRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   static OpResult op(Context& context);

@@ -21,8 +21,8 @@ template <typename CT, typename ST>
 struct TAVRO_EXPORT PushCnstOp {
   typename StackValue<CT>::Stored value;
 
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<>, Types<ST>>("PushCnstOp", "CT, ST", OperandKind::Constant);
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<>, Types<ST>>(
+      "PushCnstOp", "CT, ST", "pushCnst<0>", OperandKind::Constant);
 
   // The value of a constant's text: numbers as strtoul and its kin take them with base 0, cut to the width;
   // true for what begins with t or T; addresses from their text forms.
@@ -41,8 +41,8 @@ template <typename CT, typename ST>
 struct TAVRO_EXPORT PushParamOp {
   len_t offset;
 
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<>, Types<ST>>("PushParamOp", "CT, ST", OperandKind::ParameterOffset);
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<>, Types<ST>>(
+      "PushParamOp", "CT, ST", "pushParam<0>", OperandKind::ParameterOffset);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
@@ -59,7 +59,7 @@ struct TAVRO_EXPORT PushColumnOp {
   len_t column;
 
   static constexpr auto shape = declareOp<Types<CT, ST>, Types<>, Types<ST>>(
-      "PushColumnOp", "CT, ST", OperandKind::RowSlot, OperandKind::Column);
+      "PushColumnOp", "CT, ST", "pushColumn<0>", OperandKind::RowSlot, OperandKind::Column);
 
   static StackValue<ST> getColumnValue(Context& context, len_t row, len_t column);
 
@@ -79,7 +79,7 @@ struct TAVRO_EXPORT PopColumnOp {
   len_t column;
 
   static constexpr auto shape = declareOp<Types<CT, ST>, Types<ST>, Types<>>(
-      "PopColumnOp", "CT, ST", OperandKind::RowSlot, OperandKind::Column);
+      "PopColumnOp", "CT, ST", "popColumn<0>", OperandKind::RowSlot, OperandKind::Column);
 
   static void setColumnValue(Context& context, len_t row, len_t column, const CT& value);
 
@@ -94,7 +94,7 @@ struct TAVRO_EXPORT PopColumnOp {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT DiscardOp {
-  static constexpr auto shape = declareOp<Types<T>, Types<T>, Types<>>("DiscardOp", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T>, Types<>>("DiscardOp", "T", "discard<0>");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
@@ -107,7 +107,7 @@ struct TAVRO_EXPORT DiscardOp {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT SwapOp {
-  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T, T>>("SwapOp", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T, T>>("SwapOp", "T", "swap<0>");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
@@ -120,7 +120,8 @@ struct TAVRO_EXPORT SwapOp {
 //   stream: handler
 template <typename T, typename U>
 struct TAVRO_EXPORT NSwapOp {
-  static constexpr auto shape = declareOp<Types<T, U>, Types<T, U>, Types<T, U>>("NSwapOp", "T, U");
+  static constexpr auto shape =
+      declareOp<Types<T, U>, Types<T, U>, Types<T, U>>("NSwapOp", "T, U", "nswap<1,0>");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
@@ -136,7 +137,7 @@ struct TAVRO_EXPORT PushAryParamOp {
   len_t offset;
 
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<ArrayReference<T>>>(
-      "PushAryParamOp", "T", OperandKind::ParameterOffset);
+      "PushAryParamOp", "T", "pushAryParam<0>", OperandKind::ParameterOffset);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
@@ -153,7 +154,7 @@ struct TAVRO_EXPORT PushAryColumnOp {
   len_t column;
 
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<ArrayReference<T>>>(
-      "PushAryColumnOp", "T", OperandKind::RowSlot, OperandKind::Column);
+      "PushAryColumnOp", "T", "pushAryColumn<0>", OperandKind::RowSlot, OperandKind::Column);
 
   static StackValue<ArrayReference<T>> getColumnValue(Context& context, len_t row, len_t column);
 
@@ -172,7 +173,7 @@ struct TAVRO_EXPORT PopAryColumnOp {
   len_t column;
 
   static constexpr auto shape = declareOp<Types<T>, Types<ArrayReference<T>>, Types<>>(
-      "PopAryColumnOp", "T", OperandKind::RowSlot, OperandKind::Column);
+      "PopAryColumnOp", "T", "popAryColumn<0>", OperandKind::RowSlot, OperandKind::Column);
 
   static void setColumnValue(Context& context, len_t row, len_t column, const ArrayReference<T>& value);
 

@@ -13,7 +13,7 @@ inline constexpr const char* unaryOpsSource = "../src-includes/runtimeOperators/
 //   stack:  a -> not a
 //   stream: handler
 struct TAVRO_EXPORT NotOp {
-  static constexpr auto shape = declareOp<Types<>, Types<bool>, Types<bool>>("NotOp", "");
+  static constexpr auto shape = declareOp<Types<>, Types<bool>, Types<bool>>("NotOp", "", "not");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
@@ -26,7 +26,7 @@ struct TAVRO_EXPORT NotOp {
 //   stream: handler
 template <typename T>
 struct TAVRO_EXPORT UnaryMinusOp {
-  static constexpr auto shape = declareOp<Types<T>, Types<T>, Types<T>>("UnaryMinusOp", "T");
+  static constexpr auto shape = declareOp<Types<T>, Types<T>, Types<T>>("UnaryMinusOp", "T", "neg<0>");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
@@ -40,7 +40,7 @@ struct TAVRO_EXPORT UnaryMinusOp {
 //   stream: handler
 template <typename T, typename U>
 struct TAVRO_EXPORT CoerceOp {
-  static constexpr auto shape = declareOp<Types<T, U>, Types<T>, Types<U>>("CoerceOp", "T, U");
+  static constexpr auto shape = declareOp<Types<T, U>, Types<T>, Types<U>>("CoerceOp", "T, U", "coerce<0,1>");
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);

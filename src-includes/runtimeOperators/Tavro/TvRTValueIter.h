@@ -120,7 +120,7 @@ struct TAVRO_EXPORT IterInitOp {
   len_t column;
 
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<>>(
-      "IterInitOp", "T", OperandKind::IteratorSlot, OperandKind::RowSlot, OperandKind::Column);
+      "IterInitOp", "T", "iterInit<0>", OperandKind::IteratorSlot, OperandKind::RowSlot, OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
@@ -138,8 +138,9 @@ struct TAVRO_EXPORT NextValueOp {
   len_t row;
   len_t column;
 
-  static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
-      "NextValueOp", "T", OperandKind::IteratorSlot, OperandKind::RowSlot, OperandKind::Column);
+  static constexpr auto shape =
+      declareOp<Types<T>, Types<>, Types<bool>>("NextValueOp", "T", "nextValue<0>", OperandKind::IteratorSlot,
+                                                OperandKind::RowSlot, OperandKind::Column);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
@@ -154,8 +155,8 @@ template <typename CT, typename ST>
 struct TAVRO_EXPORT CurValueOp {
   len_t slot;
 
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<>, Types<ST>>("CurValueOp", "CT, ST", OperandKind::IteratorSlot);
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<>, Types<ST>>(
+      "CurValueOp", "CT, ST", "curValue<0>", OperandKind::IteratorSlot);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
