@@ -8,6 +8,8 @@
 #include <exception>
 
 #include "failure.h"
+#include "graphCommand.h"
+#include "listCommand.h"
 #include "rowopsCommand.h"
 #include "runCommand.h"
 
@@ -48,10 +50,18 @@ ExitStatus runTool(int argc, char** argv) {
     Tavro::Tool::RunOptions options;
     Tavro::Tool::addRunCommand(app, options);
     Tavro::Tool::RowopsOptions rowopsOptions;
+    Tavro::Tool::ListOptions listOptions;
+    const CLI::App* const list = Tavro::Tool::addListCommand(app, listOptions);
+    Tavro::Tool::GraphOptions graphOptions;
+    const CLI::App* const graph = Tavro::Tool::addGraphCommand(app, graphOptions);
     const CLI::App* const rowops = Tavro::Tool::addRowopsCommand(app, rowopsOptions);
     if (!readCommandLine(app, argc, argv)) return ExitStatus::Done;
     if (rowops->parsed())
       Tavro::Tool::runRowOps(rowopsOptions);
+    else if (list->parsed())
+      Tavro::Tool::listProgram(listOptions);
+    else if (graph->parsed())
+      Tavro::Tool::printGraph(graphOptions);
     else
       return Tavro::Tool::runPrograms(options) ? ExitStatus::Done : ExitStatus::RunFailed;
     return ExitStatus::Done;

@@ -25,8 +25,7 @@ std::string readText(const std::string& path) {
   return text;
 }
 
-std::vector<ProgramTable> tablesOf(const TvRT::Context& context, const std::string& path) {
-  if (context.outTable() == nullptr) fail(path + ": the program binds no output table (bindTable 0, ...)");
+std::vector<ProgramTable> tablesOf(const TvRT::Context& context) {
   std::vector<ProgramTable> tables;
   for (auto info = context.tbisBegin(); info != context.tbisEnd(); ++info)
     if (*info != nullptr) tables.push_back({(*info)->name, (*info)->alias, (*info)->len});
@@ -50,10 +49,16 @@ TvRT::OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::st
   return std::move(outcome.context);
 }
 
-Program inspectProgram(const TvPtr<TavroDB>& database, const std::string& path) {
-  const TvRT::OwnedContext context = assembleProgram(database, path);
+TvRT::OwnedContext assembleHostedProgram(const TvPtr<TavroDB>& database, const std::string& path) {
+  TvRT::OwnedContext context = assembleProgram(database, path);
   if (context->keyRowIndex() == 0) fail(path + ": the program has no end statement");
-  return {tablesOf(*context, path), context->parameterColumns(), context->oneShot()};
+  if (context->outTable() == nullptr) fail(path + ": the program binds no output table (bindTable 0, ...)");
+  return context;
+}
+
+Program inspectProgram(const TvPtr<TavroDB>& database, const std::string& path) {
+  const TvRT::OwnedContext context = assembleHostedProgram(database, path);
+  return {tablesOf(*context), context->parameterColumns(), context->oneShot()};
 }
 
 }  // namespace Tavro::Tool

@@ -34,8 +34,12 @@ void requireProgramName(const std::string& path, const std::string& command);
 // ("PATH:LINE: error: CAUSE").
 TvRT::OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::string& path);
 
-// Loads the program once, silently, to learn of its tables and parameters. Throws Failure as assembleProgram
-// does, and when the program has no end statement or is not fit to be hosted.
+// The same for a program that is to be hosted. Throws Failure, too, when it has no end statement or binds no
+// output table.
+TvRT::OwnedContext assembleHostedProgram(const TvPtr<TavroDB>& database, const std::string& path);
+
+// Loads the program once, silently, to learn of its tables and parameters. Throws Failure as
+// assembleHostedProgram does.
 Program inspectProgram(const TvPtr<TavroDB>& database, const std::string& path);
 
 }  // namespace Tavro::Tool
