@@ -12,8 +12,4 @@ if(TVOP_SANITIZE)
   target_compile_options(tvop_compile INTERFACE -fsanitize=${TVOP_SANITIZE} -fno-sanitize-recover=all
                                                 -fno-omit-frame-pointer -g)
   target_link_options(tvop_compile INTERFACE -fsanitize=${TVOP_SANITIZE})
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # Under the sanitizers g++ 12 takes members of the standard library's <regex> for uninitialized.
-    target_compile_options(tvop_compile INTERFACE -Wno-maybe-uninitialized)
-  endif()
 endif()

@@ -14,6 +14,8 @@ namespace {
 // The row type of no table.
 constexpr unsigned noRowType = 65535;
 
+thread_local TvPtr<TavroDB> databaseOfThread;
+
 }  // namespace
 
 // Tables go first: they take their interfaces out of the scheduler.
@@ -116,8 +118,14 @@ void TavroDB::bindInterface(TvTableInterface& interface, const std::string& path
 }
 
 TvPtr<TavroDB> getTavroDb() {
+  if (databaseOfThread != nullptr) return databaseOfThread;
   static const TvPtr<TavroDB> database = std::make_shared<TavroDB>();
   return database;
 }
+
+ThreadDatabase::ThreadDatabase(TvPtr<TavroDB> database)
+    : former_(std::exchange(databaseOfThread, std::move(database))) {}
+
+ThreadDatabase::~ThreadDatabase() { databaseOfThread = std::move(former_); }
 
 }  // namespace Tavro

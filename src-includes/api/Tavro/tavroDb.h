@@ -160,7 +160,7 @@ class TAVRO_EXPORT TavroDB {
   std::unique_ptr<Database> database_;
 };
 
-// The database of the process; every call yields the same one.
+// The database of the process; every call yields the same one, unless a host gives a thread one of its own.
 TAVRO_EXPORT TvPtr<TavroDB> getTavroDb();
 
 }  // namespace Tavro

@@ -176,4 +176,17 @@ class TAVRO_EXPORT Database {
   std::unique_ptr<Contents> contents_;
 };
 
+// While it lives, getTavroDb() yields another database in the thread that has made it: for hosts that run
+// independent databases on threads of their own.
+class TAVRO_EXPORT ThreadDatabase {
+ public:
+  explicit ThreadDatabase(TvPtr<TavroDB> database);
+  ThreadDatabase(const ThreadDatabase&) = delete;
+  ThreadDatabase& operator=(const ThreadDatabase&) = delete;
+  ~ThreadDatabase();
+
+ private:
+  TvPtr<TavroDB> former_;
+};
+
 }  // namespace Tavro
