@@ -18,6 +18,10 @@
 //              program; beside the same index by columns
 //   routing    the longest prefix that holds an address among as many routes, by shortening it; beside itself
 //              with an index whose order is a program, SQLite and C++ with a std::map of the routes
+//   pipeline-N each event goes through N stages, tables between them; beside SQLite (a trigger for each
+//              stage) and C++ callbacks over the same tables
+//   pressure-N all rows of a table at once through four stages whose tables in between take N rows; beside
+//              the same stages without limits
 namespace Tavro::Bench {
 
 const std::vector<Workload>& workloads() {
@@ -36,6 +40,12 @@ const std::vector<Workload>& workloads() {
       {"index-less", "row", 1, {200'000, 20240610}, {20'000, 20240610}, 640, indexLessEntrants()},
       {"index-hash", "row", 1, {200'000, 20240610}, {20'000, 20240610}, 640, indexHashEntrants()},
       {"routing", "address", 1, {100'000, 20240611}, {10'000, 20240611}, 1'500, routingEntrants()},
+      {"pipeline-1", "event", 1, {500'000, 20240612}, {50'000, 20240612}, 640, pipeline1Entrants()},
+      {"pipeline-2", "event", 1, {500'000, 20240612}, {50'000, 20240612}, 960, pipeline2Entrants()},
+      {"pipeline-4", "event", 1, {500'000, 20240612}, {50'000, 20240612}, 1'600, pipeline4Entrants()},
+      {"pressure-1", "event", 1, {200'000, 20240613}, {20'000, 20240613}, 1'600, pressure1Entrants()},
+      {"pressure-16", "event", 1, {200'000, 20240613}, {20'000, 20240613}, 1'600, pressure16Entrants()},
+      {"pressure-1024", "event", 1, {200'000, 20240613}, {20'000, 20240613}, 1'600, pressure1024Entrants()},
   };
   return all;
 }

@@ -21,5 +21,11 @@ std::vector<Entrant> intersects1024Entrants();
 std::vector<Entrant> indexLessEntrants();
 std::vector<Entrant> indexHashEntrants();
 std::vector<Entrant> routingEntrants();
+std::vector<Entrant> pipeline1Entrants();
+std::vector<Entrant> pipeline2Entrants();
+std::vector<Entrant> pipeline4Entrants();
+std::vector<Entrant> pressure1Entrants();
+std::vector<Entrant> pressure16Entrants();
+std::vector<Entrant> pressure1024Entrants();
 
 }  // namespace Tavro::Bench

@@ -55,9 +55,11 @@ MemoryTable& InterfaceState::tableToWrite() const {
 }
 
 void InterfaceState::activate(bool reading) {
-  table();
+  MemoryTable& read = table();
+  const bool isFirst = phase_ == Phase::bound;
   phase_ = reading ? Phase::keeping : Phase::active;
   if (!reading) queue_->resume(*owner_);
+  if (isFirst) read.considerWriters();
 }
 
 void InterfaceState::deactivate() {
@@ -81,9 +83,13 @@ void InterfaceState::blockedIs(bool blocked) noexcept {
   queue_->consider(*owner_);
 }
 
+bool InterfaceState::isToComeFor(const Client* writer) const {
+  return phase_ == Phase::bound && handlers_.row != nullptr && client_ != nullptr && client_ != writer;
+}
+
 bool InterfaceState::runnable() const {
   if (table_ == nullptr) return false;
-  if (!isReader()) return readyDue_ || noticesDue_ > 0;
+  if (!isReader()) return noticesDue_ > 0 || (readyDue_ && !table_->isReaderToComeFor(client_));
   if (!owner_->clientReady() || (client_ != nullptr && client_->isHeld())) return false;
   if (readyDue_) return handlers_.row != nullptr || !table_->isBeingFilled();
   return phase_ == Phase::active && !backlog_.isEmpty();

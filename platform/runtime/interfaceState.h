@@ -55,6 +55,8 @@ class InterfaceState {
   // True from a refused row until the writer is told that it can go on.
   bool isHeld() const { return blocked_ || noticesDue_ > 0; }
   void blockedIs(bool blocked) noexcept;
+  // True while a reader that belongs to another client than `writer` has not asked for changes yet.
+  bool isToComeFor(const Client* writer) const;
   // Whether a writer has filled its table.
   bool hasEnded() const { return hasEnded_; }
   void endIs() noexcept { hasEnded_ = true; }

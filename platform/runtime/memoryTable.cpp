@@ -304,6 +304,17 @@ void MemoryTable::connect(InterfaceState& interface) {
 void MemoryTable::disconnect(InterfaceState& interface) noexcept {
   std::erase(interface.isReader() ? readers_ : writers_, &interface);
   considerRoom();
+  considerWriters();
+}
+
+bool MemoryTable::isReaderToComeFor(const Client* writer) const {
+  return writer != nullptr &&
+         std::any_of(readers_.begin(), readers_.end(),
+                     [&](const InterfaceState* reader) { return reader->isToComeFor(writer); });
+}
+
+void MemoryTable::considerWriters() noexcept {
+  for (InterfaceState* const writer : writers_) writer->consider();
 }
 
 std::size_t MemoryTable::undelivered() const {

@@ -50,6 +50,10 @@ class MemoryTable final : public Table {
   void end(InterfaceState& writer);
 
   bool isBeingFilled() const { return fillers_ != 0; }
+  // Whether a writer of that client would write before some other client's reader is there to hear of it.
+  bool isReaderToComeFor(const Client* writer) const;
+  // Puts the writers before the scheduler. Called when a reader has come or gone.
+  void considerWriters() noexcept;
 
   // Interfaces take themselves out before they go.
   void connect(InterfaceState& interface);

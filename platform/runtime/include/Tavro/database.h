@@ -111,9 +111,15 @@ class TAVRO_EXPORT Table {
   virtual void fillerCountIs(std::size_t writers) = 0;
 };
 
-// Who owns some interfaces, such as one operator. From a refused row of one of its writers until that writer
-// has been told that there is room, its readers are told nothing: a deletion would otherwise overtake the
-// very row that it is to delete. And what its handlers throw ends it and nobody else.
+// Who owns some interfaces, such as one operator.
+// - From a refused row of one of its writers until that writer has been told that there is room, its readers
+// are
+//   told nothing: a deletion would otherwise overtake the very row that it is to delete.
+// - Its writers are told that they are ready when the readers of their tables that belong to other clients
+// and have
+//   a row handler have been activated, so that those miss nothing. Clients whose tables form a cycle would
+//   wait for each other.
+// - What its handlers throw ends it, and nobody else.
 class TAVRO_EXPORT Client {
  public:
   using FailureHandler = std::function<void(std::exception_ptr)>;
