@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <ranges>
 #include <sstream>
 
 #include "Tavro/TvRTStack.h"
@@ -30,7 +31,7 @@ void print(const std::string& line) { std::puts(line.c_str()); }
 // "row 1 in": the slot with the name by which the program knows it.
 std::string rowText(const Context& context, unsigned int slot) {
   const TvRT::TableBindInfo* const info = context.tableBindInfo(static_cast<len_t>(slot));
-  const std::string text = "row " + std::to_string(slot);
+  std::string text = "row " + std::to_string(slot);
   if (info == nullptr) return text;
   return text + " " + (info->alias.empty() ? info->name : info->alias);
 }
@@ -89,7 +90,7 @@ std::string entryText(const StackEntry& entry) {
 // "int64_t int64_t -> bool", the topmost on the right of each side.
 std::string effectText(const InstructionInfo& info) {
   std::string text;
-  for (auto entry = info.pops.rbegin(); entry != info.pops.rend(); ++entry) text += entryText(*entry) + " ";
+  for (const StackEntry& entry : std::views::reverse(info.pops)) text += entryText(entry) + " ";
   text += "->";
   for (const StackEntry& entry : info.pushes) text += " " + entryText(entry);
   return text;

@@ -66,8 +66,8 @@ bool ListedLabel::isEntry() const {
 std::vector<ListedLabel> listLabels(const TvRT::Context& context) {
   std::vector<ListedLabel> labels;
   const std::vector<len_t>& offsets = context.istream().labelTable();
-  for (len_t number = 1; number < offsets.size(); ++number)
-    if (const std::string name = context.entryName(number); !name.empty())
+  for (std::size_t number = 1; number < offsets.size(); ++number)
+    if (const std::string name = context.entryName(static_cast<len_t>(number)); !name.empty())
       labels.push_back({name, offsets[number]});
   return labels;
 }
