@@ -5,11 +5,14 @@ geoip: the ranges are drawn, adjoin or leave gaps, and reach to both ends of the
 of all of them and some addresses between.
 routing: asked for are, besides drawn addresses, the edges of every route and their neighbours; once there is no default
 route, once there are both, to be withdrawn while the standing query runs.
+flows: some come from the edges of all ranges; the first one of each source is there before the run. Neither the room
+that tables have nor the order in which the stages run makes a difference.
 """
 
 import argparse
 import csv
 import ipaddress
+import itertools
 import pathlib
 import random
 import subprocess
@@ -20,6 +23,9 @@ ADDRESSES = 2**32
 COUNTRIES = ["AA", "BB", "CC", "??"]
 DEFAULT_ROUTES = "0.0.0.0/0,192.0.2.250\n::/0,2001:db8::fa\n"
 WITHDRAWALS = "+,net::route,0.0.0.0/0,\n+,net::route,::/0,\n"
+
+# Where tables are small, the flows of the first table make the stages stop each other.
+FLOW_RUNS = ["", "--capacity=1", "--capacity=16", "--capacity=1 --seed=1", "--capacity=16 --seed=2"]
 
 
 class Example:
@@ -94,12 +100,37 @@ def run_routing(example):
     query_routes(example)
 
 
+def run_flows(example):
+    geoip, events = example.folder / "geoip", example.folder / "events.csv"
+    lines = list(draw_ranges(300))
+    geoip.write_text("".join(lines), encoding="ascii")
+    example.run("makeFlows.py", geoip, example.folder, "--flows", "3000", "--hosts", "200", "--routes", "1000")
+
+    flows = [line.split(",") for line in events.read_text(encoding="ascii").splitlines()]
+    destinations = itertools.cycle(flow[2] for flow in flows)
+    borders = {int(border) for line in lines for border in line.split(",")[:2]}
+    sources = {near for border in borders for near in (border - 1, border, border + 1) if 0 <= near < ADDRESSES}
+    flows += [["+", "net::flow", next(destinations), str(ipaddress.IPv4Address(source)), "0", "1"]
+              for source in sorted(sources)]
+    first_of_source = {}
+    later = [flow for flow in flows if first_of_source.setdefault(flow[3], flow) is not flow]
+    example.append("net.flow.csv", "".join(",".join(flow[2:]) + "\n" for flow in first_of_source.values()))
+    events.write_text("".join(",".join(flow) + "\n" for flow in later), encoding="ascii")
+
+    stages = [example.programs / name for name in ("locate.tva", "count.tva", "report.tva")]
+    indexes = [f"--index=net::country=@{example.programs / name}" for name in ("merge.tva", "order.tva")]
+    for options in FLOW_RUNS:
+        print("flows", options, flush=True)
+        answer = example.query("route.tva", *stages, *indexes, "--standing", "--events", events, *options.split())
+        example.run("checkAnswer.py", geoip, example.folder, answer)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
     parser.add_argument("tool", help="path of tvop")
-    parser.add_argument("example", type=pathlib.Path, help="examples/geoip or examples/routing")
+    parser.add_argument("example", type=pathlib.Path, help="examples/geoip, examples/routing or examples/flows")
     options = parser.parse_args()
-    run = {"geoip": run_geoip, "routing": run_routing}[options.example.name]
+    run = {"geoip": run_geoip, "routing": run_routing, "flows": run_flows}[options.example.name]
     with tempfile.TemporaryDirectory(prefix="tvop-example-") as name:
         run(Example(options.tool, options.example, pathlib.Path(name)))
 
