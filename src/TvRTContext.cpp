@@ -58,13 +58,22 @@ Context::ContextState Context::execute() {
   running = true;
   while (running) {
     const len_t ppc = stream.programCounter();
-    const OpResult result = stream.executeAtPC(*this);
+    // Asked anew for every instruction: a level may be turned on while a program runs.
+    const OpResult result =
+        Kelpo::DebugHandler::anyLevelOn() ? executeTraced() : stream.executeAtPC<Trace::Off>(*this);
     if (result != OpOk) [[unlikely]]
       return endRun(ppc, result);
-    Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "execute", executeSignature,
-                 " ppc: ", ppc);
   }
   return Ready;
+}
+
+OpResult Context::executeTraced() {
+  const len_t ppc = stream.programCounter();
+  const OpResult result = stream.executeAtPC<Trace::On>(*this);
+  if (result == OpOk)
+    Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "execute", executeSignature,
+                 " ppc: ", ppc);
+  return result;
 }
 
 Context::ContextState Context::endRun(len_t ppc, OpResult result) {

@@ -18,8 +18,8 @@ OpResult noInstruction(Context& context) {
   throw TvOutOfRange("no instruction at istream offset " + std::to_string(offset));
 }
 
-constexpr std::array<Handler, HandlerTable::capacity> allUnused() {
-  std::array<Handler, HandlerTable::capacity> table{};
+constexpr std::array<Handlers, HandlerTable::capacity> allUnused() {
+  std::array<Handlers, HandlerTable::capacity> table{};
   table.fill(&noInstruction);
   return table;
 }
@@ -83,19 +83,19 @@ std::string InstructionInfo::installSignature() const {
   return text.str();
 }
 
-constinit std::array<Handler, HandlerTable::capacity> HandlerTable::handlers = allUnused();
+constinit std::array<Handlers, HandlerTable::capacity> HandlerTable::handlers = allUnused();
 
-HandlerNumber HandlerTable::numberOf(Handler handler, Describe describe) {
+HandlerNumber HandlerTable::numberOf(const Handlers& pair, Describe describe) {
   Registry& known = registry();
   const std::lock_guard lock(known.mutex);
-  const auto found = known.numbers.find(handler);
+  const auto found = known.numbers.find(pair.traced);
   if (found != known.numbers.end()) return found->second;
   const std::size_t index = known.describes.size();
   if (index == capacity) throw std::length_error("table of instruction handlers is full");
   const HandlerNumber number = base + static_cast<HandlerNumber>(index);
   known.describes.push_back(describe);
-  known.numbers.emplace(handler, number);
-  handlers[index] = handler;
+  known.numbers.emplace(pair.traced, number);
+  handlers[index] = pair;
   return number;
 }
 

@@ -1,5 +1,6 @@
 #include "Tavro/Kelpo.h"
 
+#include <bit>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -29,7 +30,9 @@ Registry& registry() {
 
 }  // namespace
 
-DebugHandler::~DebugHandler() = default;
+constinit std::atomic<int> DebugHandler::levelsOn_{0};
+
+DebugHandler::~DebugHandler() { levelsOn_.fetch_sub(std::popcount(mask()), std::memory_order_relaxed); }
 
 void DebugHandler::flush() {
   const std::lock_guard lock(outputMutex());
@@ -47,10 +50,10 @@ void DebugHandler::log(std::stringstream& text, int level, const char* file, int
 
 void DebugHandler::levelIs(int level, bool on) {
   const std::uint32_t bit = std::uint32_t{1} << level;
-  if (on)
-    mask_.fetch_or(bit, std::memory_order_relaxed);
-  else
-    mask_.fetch_and(~bit, std::memory_order_relaxed);
+  const std::uint32_t before =
+      on ? mask_.fetch_or(bit, std::memory_order_relaxed) : mask_.fetch_and(~bit, std::memory_order_relaxed);
+  const bool wasOn = (before & bit) != 0;
+  if (on != wasOn) levelsOn_.fetch_add(on ? 1 : -1, std::memory_order_relaxed);
 }
 
 TraceLine::TraceLine() { text_.precision(12); }

@@ -44,11 +44,17 @@ class TAVRO_EXPORT DebugHandler {
   // Levels 0 to 31.
   bool isOn(int level) const { return ((mask() >> level) & 1U) != 0; }
   void levelIs(int level, bool on);
+  // True while any level of any handler is on. One load at a fixed address, for those who pass many trace
+  // sites and would rather ask once.
+  static bool anyLevelOn() { return levelsOn_.load(std::memory_order_relaxed) != 0; }
   // True when any of the levels in `levels` (bit n for level n) is on.
   bool anyOn(std::uint32_t levels) const { return (mask() & levels) != 0; }
 
  private:
   std::uint32_t mask() const { return mask_.load(std::memory_order_relaxed); }
+
+  // How many levels are on, over all handlers.
+  static std::atomic<int> levelsOn_;
 
   std::atomic<std::uint32_t> mask_{0};
   std::string category_;

@@ -14,31 +14,31 @@ namespace Tavro::TvRT {
 inline constexpr const char* binOpSource = "../src-includes/runtimeOperators/Tavro/TvRTBinOp.h";
 
 // Pop both sides, compute, trace under the name of `T`, push.
-template <typename T, typename Left, typename Right, typename Result, typename Compute>
+template <typename T, typename Left, typename Right, typename Result, Trace trace, typename Compute>
 inline OpResult runBinOp(Context& context, const char* className, const Compute& compute) {
   Stack& stack = context.stackR();
-  const auto [right, left] = stack.popPair<Right, Left>();
+  const auto [right, left] = stack.popPair<Right, Left, trace>();
   const StackValue<Result> result = compute(left, right);
-  traceOp(binOpSource, __LINE__, className, writeTypes<T>, " ( ", left, ", ", right, " ) = ", result);
-  stack.push(result);
+  traceOp<trace>(binOpSource, __LINE__, className, writeTypes<T>, " ( ", left, ", ", right, " ) = ", result);
+  stack.push<trace>(result);
   return OpOk;
 }
 
-template <typename Op, typename T>
+template <typename Op, typename T, Trace trace>
 inline OpResult runArithmetic(Context& context) {
-  return runBinOp<T, T, T, T>(context, Op::shape.className,
-                              [](const StackValue<T>& l, const StackValue<T>& r) {
-                                const bool isNull = l.isNull() || r.isNull();
-                                return StackValue<T>(isNull ? T() : Op::apply(l.value, r.value), isNull);
-                              });
+  return runBinOp<T, T, T, T, trace>(
+      context, Op::shape.className, [](const StackValue<T>& l, const StackValue<T>& r) {
+        const bool isNull = l.isNull() || r.isNull();
+        return StackValue<T>(isNull ? T() : Op::apply(l.value, r.value), isNull);
+      });
 }
 
-template <typename Op, typename T>
+template <typename Op, typename T, Trace trace>
 inline OpResult runLogic(Context& context) {
-  return runBinOp<T, T, T, T>(context, Op::shape.className,
-                              [](const StackValue<T>& l, const StackValue<T>& r) {
-                                return StackValue<T>(Op::apply(l.value, r.value), l.isNull() || r.isNull());
-                              });
+  return runBinOp<T, T, T, T, trace>(
+      context, Op::shape.className, [](const StackValue<T>& l, const StackValue<T>& r) {
+        return StackValue<T>(Op::apply(l.value, r.value), l.isNull() || r.isNull());
+      });
 }
 
 // Equality: true when the values are equal and neither side is null.
@@ -49,18 +49,18 @@ inline bool areEqual(const StackValue<T>& l, const StackValue<T>& r) {
   return left == right && !l.isNull() && !r.isNull();
 }
 
-template <typename Op, typename T>
+template <typename Op, typename T, Trace trace>
 inline OpResult runEquality(Context& context) {
-  return runBinOp<T, T, T, bool>(context, Op::shape.className,
-                                 [](const StackValue<T>& l, const StackValue<T>& r) {
-                                   return StackValue<bool>(Op::apply(areEqual(l, r)), false);
-                                 });
+  return runBinOp<T, T, T, bool, trace>(context, Op::shape.className,
+                                        [](const StackValue<T>& l, const StackValue<T>& r) {
+                                          return StackValue<bool>(Op::apply(areEqual(l, r)), false);
+                                        });
 }
 
 // Orders: a null on either side decides by the left flag and by where nulls stand in the order.
-template <typename Op, typename T>
+template <typename Op, typename T, Trace trace>
 inline OpResult runOrder(Context& context) {
-  return runBinOp<T, T, T, bool>(
+  return runBinOp<T, T, T, bool, trace>(
       context, Op::shape.className, [&](const StackValue<T>& l, const StackValue<T>& r) {
         if (l.isNull() || r.isNull()) [[unlikely]]
           return StackValue<bool>((l.isNull() == context.nullsComeFirst()) == Op::isLess, false);
@@ -86,9 +86,10 @@ template <typename T>
 struct TAVRO_EXPORT tv_noOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<>>("tv_noOperation", "T", "dummy<0>");
 
+  template <Trace trace>
   static OpResult op(Context& context) {
-    const auto [right, left] = context.stackR().popPair<T, T>();
-    traceOp(binOpSource, __LINE__, writeName<tv_noOperation>, " ( ", left, ", ", right, " )");
+    const auto [right, left] = context.stackR().popPair<T, T, trace>();
+    traceOp<trace>(binOpSource, __LINE__, writeName<tv_noOperation>, " ( ", left, ", ", right, " )");
     return OpOk;
   }
 };
@@ -102,7 +103,10 @@ struct TAVRO_EXPORT tv_plusOperation {
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a + b; });
   }
-  static OpResult op(Context& context) { return runArithmetic<tv_plusOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArithmetic<tv_plusOperation, T, trace>(context);
+  }
 };
 
 // Difference.
@@ -115,7 +119,10 @@ struct TAVRO_EXPORT tv_minusOperation {
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a - b; });
   }
-  static OpResult op(Context& context) { return runArithmetic<tv_minusOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArithmetic<tv_minusOperation, T, trace>(context);
+  }
 };
 
 // Product.
@@ -127,7 +134,10 @@ struct TAVRO_EXPORT tv_mulOperation {
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a * b; });
   }
-  static OpResult op(Context& context) { return runArithmetic<tv_mulOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArithmetic<tv_mulOperation, T, trace>(context);
+  }
 };
 
 // Quotient, truncated toward zero for integers. What an integer division by zero does is the processor's
@@ -138,7 +148,10 @@ template <typename T>
 struct TAVRO_EXPORT tv_divOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_divOperation", "T", "div<0>");
   __attribute__((no_sanitize("undefined"))) static T apply(T l, T r) { return l / r; }
-  static OpResult op(Context& context) { return runArithmetic<tv_divOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArithmetic<tv_divOperation, T, trace>(context);
+  }
 };
 
 // Shift to the right by the low six bits of b; signed numbers shift in copies of the sign.
@@ -149,7 +162,10 @@ struct TAVRO_EXPORT tv_shiftOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_shiftOperation", "T", "shift<0>");
   static T apply(T l, T r) { return l >> (r & 63); }
-  static OpResult op(Context& context) { return runLogic<tv_shiftOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runLogic<tv_shiftOperation, T, trace>(context);
+  }
 };
 
 // Bitwise and.
@@ -160,7 +176,10 @@ struct TAVRO_EXPORT tv_bitAndOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitAndOperation", "T", "bitAnd<0>");
   static T apply(T l, T r) { return l & r; }
-  static OpResult op(Context& context) { return runLogic<tv_bitAndOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runLogic<tv_bitAndOperation, T, trace>(context);
+  }
 };
 
 // Bitwise or.
@@ -171,7 +190,10 @@ struct TAVRO_EXPORT tv_bitOrOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitOrOperation", "T", "bitOr<0>");
   static T apply(T l, T r) { return l | r; }
-  static OpResult op(Context& context) { return runLogic<tv_bitOrOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runLogic<tv_bitOrOperation, T, trace>(context);
+  }
 };
 
 // Logical and, on the value bytes: zero when a is zero, else b's byte as it stands.
@@ -182,7 +204,10 @@ struct TAVRO_EXPORT tv_boolAndOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolAndOperation", "T", "boolAnd");
   static unsigned char apply(unsigned char l, unsigned char r) { return l == 0 ? 0 : r; }
-  static OpResult op(Context& context) { return runLogic<tv_boolAndOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runLogic<tv_boolAndOperation, T, trace>(context);
+  }
 };
 
 // Logical or, on the value bytes: one when a is not zero, else b's byte as it stands.
@@ -193,7 +218,10 @@ struct TAVRO_EXPORT tv_boolOrOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolOrOperation", "T", "boolOr");
   static unsigned char apply(unsigned char l, unsigned char r) { return l != 0 ? 1 : r; }
-  static OpResult op(Context& context) { return runLogic<tv_boolOrOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runLogic<tv_boolOrOperation, T, trace>(context);
+  }
 };
 
 // Equal, and neither side null.
@@ -203,7 +231,10 @@ template <typename T>
 struct TAVRO_EXPORT tv_eqOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_eqOperation", "T", "eq<0>");
   static bool apply(bool equal) { return equal; }
-  static OpResult op(Context& context) { return runEquality<tv_eqOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runEquality<tv_eqOperation, T, trace>(context);
+  }
 };
 
 // The negation of eq.
@@ -213,7 +244,10 @@ template <typename T>
 struct TAVRO_EXPORT tv_neOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_neOperation", "T", "ne<0>");
   static bool apply(bool equal) { return !equal; }
-  static OpResult op(Context& context) { return runEquality<tv_neOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runEquality<tv_neOperation, T, trace>(context);
+  }
 };
 
 // Less. With a null on either side: whether the left one is null.
@@ -227,7 +261,10 @@ struct TAVRO_EXPORT tv_ltOperation {
   static bool apply(const Value& l, const Value& r) {
     return l < r;
   }
-  static OpResult op(Context& context) { return runOrder<tv_ltOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runOrder<tv_ltOperation, T, trace>(context);
+  }
 };
 
 // Less or equal. With a null on either side: whether the left one is null.
@@ -241,7 +278,10 @@ struct TAVRO_EXPORT tv_leOperation {
   static bool apply(const Value& l, const Value& r) {
     return l <= r;
   }
-  static OpResult op(Context& context) { return runOrder<tv_leOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runOrder<tv_leOperation, T, trace>(context);
+  }
 };
 
 // Greater. With a null on either side: whether the left one is not null.
@@ -255,7 +295,10 @@ struct TAVRO_EXPORT tv_gtOperation {
   static bool apply(const Value& l, const Value& r) {
     return l > r;
   }
-  static OpResult op(Context& context) { return runOrder<tv_gtOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runOrder<tv_gtOperation, T, trace>(context);
+  }
 };
 
 // Greater or equal. With a null on either side: whether the left one is not null.
@@ -269,14 +312,17 @@ struct TAVRO_EXPORT tv_geOperation {
   static bool apply(const Value& l, const Value& r) {
     return l >= r;
   }
-  static OpResult op(Context& context) { return runOrder<tv_geOperation, T>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runOrder<tv_geOperation, T, trace>(context);
+  }
 };
 
 // The frame of the operators on two arrays of `CT`: true becomes false when either side is null.
-template <typename Op, typename CT>
+template <typename Op, typename CT, Trace trace>
 inline OpResult runArrayTest(Context& context) {
   using Array = ArrayReference<CT>;
-  return runBinOp<CT, Array, Array, bool>(
+  return runBinOp<CT, Array, Array, bool, trace>(
       context, Op::shape.className, [](const StackValue<Array>& l, const StackValue<Array>& r) {
         const bool holds = Op::apply(l.value, r.value);
         return StackValue<bool>(holds && !l.isNull() && !r.isNull(), false);
@@ -292,7 +338,10 @@ struct TAVRO_EXPORT tv_containsOperation {
   static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
       "tv_containsOperation", "CT, ST", "contains<0>");
   static bool apply(const Array& l, const Array& r) { return l.contains(r); }
-  static OpResult op(Context& context) { return runArrayTest<tv_containsOperation, CT>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArrayTest<tv_containsOperation, CT, trace>(context);
+  }
 };
 
 // At least one element stands in both. Allocates.
@@ -304,7 +353,10 @@ struct TAVRO_EXPORT tv_intersectsOperation {
   static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
       "tv_intersectsOperation", "CT, ST", "intersects<0>");
   static bool apply(const Array& l, const Array& r) { return l.intersects(r); }
-  static OpResult op(Context& context) { return runArrayTest<tv_intersectsOperation, CT>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArrayTest<tv_intersectsOperation, CT, trace>(context);
+  }
 };
 
 // Same count and equal elements.
@@ -316,7 +368,10 @@ struct TAVRO_EXPORT tv_aryEqOperation {
   static constexpr auto shape =
       declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_aryEqOperation", "CT, ST", "aryEq<0>");
   static bool apply(const Array& l, const Array& r) { return l == r; }
-  static OpResult op(Context& context) { return runArrayTest<tv_aryEqOperation, CT>(context); }
+  template <Trace trace>
+  static OpResult op(Context& context) {
+    return runArrayTest<tv_aryEqOperation, CT, trace>(context);
+  }
 };
 
 // The element, cut to the width of the array's elements, stands in the array; false when either is null.
@@ -334,8 +389,9 @@ struct TAVRO_EXPORT tv_containsElementOperation {
       if (array[i] == element) return true;
     return false;
   }
+  template <Trace trace>
   static OpResult op(Context& context) {
-    return runBinOp<CT, Array, ST, bool>(
+    return runBinOp<CT, Array, ST, bool, trace>(
         context, shape.className, [](const StackValue<Array>& array, const StackValue<ST>& element) {
           const auto value = element.value;
           const bool found = apply(array.value, narrow<CT>(value));

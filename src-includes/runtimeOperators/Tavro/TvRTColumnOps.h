@@ -29,6 +29,7 @@ struct TAVRO_EXPORT CopyColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -49,6 +50,7 @@ struct TAVRO_EXPORT CopyAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -69,6 +71,7 @@ struct TAVRO_EXPORT EqualColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -89,6 +92,7 @@ struct TAVRO_EXPORT EqualAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -110,6 +114,7 @@ struct TAVRO_EXPORT CompareColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -133,11 +138,11 @@ class TAVRO_EXPORT ColumnOps {
 
 // The work of both copies, on values of type `Value`.
 template <typename Op, typename Value>
-inline OpResult copyField(Context& context, void (*trace)(const Op&, const Value&)) {
+inline OpResult copyField(Context& context, void (*traceCopy)(const Op&, const Value&)) {
   const Operands<Op> operands(context);
   Value value{};
   context.getRow(operands->row).getColumn(operands->column, value);
-  trace(*operands.operator->(), value);
+  traceCopy(*operands.operator->(), value);
   BaseRow& to = context.getRow(operands->toRow);
   to.setColumn(operands->toColumn, value, context.fixedLength(operands->toRow));
   operands.step();
@@ -145,26 +150,28 @@ inline OpResult copyField(Context& context, void (*trace)(const Op&, const Value
 }
 
 template <typename T>
+template <Trace trace>
 OpResult CopyColumnOp<T>::op(Context& context) {
   return copyField<CopyColumnOp, T>(context, [](const CopyColumnOp& o, const T& value) {
-    traceOp(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column, ", ",
-            o.toRow, ", ", o.toColumn, " ) --> ", StackValue<T>(value, false));
+    traceOp<trace>(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column,
+                   ", ", o.toRow, ", ", o.toColumn, " ) --> ", StackValue<T>(value, false));
   });
 }
 
 // Traces under the name of its scalar twin, without a value.
 template <typename T>
+template <Trace trace>
 OpResult CopyAryColumnOp<T>::op(Context& context) {
   return copyField<CopyAryColumnOp, ArrayReference<T>>(
       context, [](const CopyAryColumnOp& o, const ArrayReference<T>&) {
-        traceOp(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column, ", ",
-                o.toRow, ", ", o.toColumn, " )");
+        traceOp<trace>(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column,
+                       ", ", o.toRow, ", ", o.toColumn, " )");
       });
 }
 
 // The work of the comparisons, on values of type `Value`: reads both fields, asks `compare(first,
 // firstIsNull, second, secondIsNull)`, traces, and pushes a `Result`.
-template <typename Op, typename T, typename Value, typename Result, typename Compare>
+template <typename Op, typename T, typename Value, typename Result, Trace trace, typename Compare>
 inline OpResult compareFields(Context& context, const char* name, const char* sign, const Compare& compare) {
   const Operands<Op> operands(context);
   const BaseRow& firstRow = context.getRow(operands->row);
@@ -174,10 +181,10 @@ inline OpResult compareFields(Context& context, const char* name, const char* si
   firstRow.getColumn(operands->column, first);
   secondRow.getColumn(operands->otherColumn, second);
   const StackValue<Result> result(compare(first, firstRow.isNull(), second, secondRow.isNull()), false);
-  traceOp(columnOpsSource, __LINE__, name, writeTypes<T>, "( ", operands->row, ", ", operands->column, ", ",
-          operands->otherRow, ", ", operands->otherColumn, " ) = ( ", StackValue<Value>(first, false), sign,
-          StackValue<Value>(second, false), " ) = ", result);
-  context.stackR().push(result);
+  traceOp<trace>(columnOpsSource, __LINE__, name, writeTypes<T>, "( ", operands->row, ", ", operands->column,
+                 ", ", operands->otherRow, ", ", operands->otherColumn, " ) = ( ",
+                 StackValue<Value>(first, false), sign, StackValue<Value>(second, false), " ) = ", result);
+  context.stackR().push<trace>(result);
   operands.step();
   return OpOk;
 }
@@ -188,18 +195,21 @@ inline bool fieldsEqual(const Value& first, bool firstIsNull, const Value& secon
 }
 
 template <typename T>
+template <Trace trace>
 OpResult EqualColumnOp<T>::op(Context& context) {
-  return compareFields<EqualColumnOp, T, T, bool>(context, "EqualColumnOp", " == ", fieldsEqual<T>);
+  return compareFields<EqualColumnOp, T, T, bool, trace>(context, "EqualColumnOp", " == ", fieldsEqual<T>);
 }
 
 // Traces under the name of its scalar twin.
 template <typename T>
+template <Trace trace>
 OpResult EqualAryColumnOp<T>::op(Context& context) {
-  return compareFields<EqualAryColumnOp, T, ArrayReference<T>, bool>(context, "EqualColumnOp",
-                                                                     " == ", fieldsEqual<ArrayReference<T>>);
+  return compareFields<EqualAryColumnOp, T, ArrayReference<T>, bool, trace>(
+      context, "EqualColumnOp", " == ", fieldsEqual<ArrayReference<T>>);
 }
 
 template <typename T>
+template <Trace trace>
 OpResult CompareColumnOp<T>::op(Context& context) {
   const auto compare = [&](const T& first, bool firstIsNull, const T& second,
                            bool secondIsNull) -> signed char {
@@ -210,7 +220,8 @@ OpResult CompareColumnOp<T>::op(Context& context) {
     if (first < second) return less;
     return first == second ? 0 : greater;
   };
-  return compareFields<CompareColumnOp, T, T, signed char>(context, "CompareColumnOp", " vs ", compare);
+  return compareFields<CompareColumnOp, T, T, signed char, trace>(context, "CompareColumnOp", " vs ",
+                                                                  compare);
 }
 
 }  // namespace Tavro::TvRT

@@ -95,7 +95,10 @@ class TAVRO_EXPORT Context {
   void call(len_t label);
   // Jumps back behind the last call, or halts when there is none. A bad offset ends the process.
   void returnOp();
-  bool gotoOp(len_t label) { return stream.gotoOp(label); }
+  template <Trace trace = Trace::On>
+  bool gotoOp(len_t label) {
+    return stream.gotoOp<trace>(label);
+  }
   void stepPC(len_t n) { stream.stepPC(n); }
   len_t append(len_t len, const unsigned char* bytes) { return stream.append(len, bytes); }
   len_t maxLoc() const { return stream.maxLoc(); }
@@ -247,6 +250,7 @@ class TAVRO_EXPORT Context {
 
   std::size_t tableCount() const { return tbis.size() < pseudoRowCount ? 0 : tbis.size() - pseudoRowCount; }
   len_t constructPseudoBindTableInfo(const std::string& name);
+  OpResult executeTraced();
   ContextState endRun(len_t ppc, OpResult result);
   len_t rowEntry(len_t table) const;
   Proxy& host(const char* what, len_t table) const;

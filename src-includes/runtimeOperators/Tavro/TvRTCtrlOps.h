@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstddef>
+#include <cstring>
+
 #include "Tavro/TvRTOp.h"
 #include "Tavro/export.h"
+#include "Tavro/tvAssert.h"
 
 // Control instructions: halt, branches, call and return. Their label operands name labels by string, since a
 // label may stand later in the text; the number is looked up the first time that it is needed and then
@@ -33,6 +37,7 @@ struct TAVRO_EXPORT haltOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -48,6 +53,7 @@ struct TAVRO_EXPORT branchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -64,6 +70,7 @@ struct TAVRO_EXPORT condBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -80,6 +87,7 @@ struct TAVRO_EXPORT invCondBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -97,6 +105,7 @@ struct TAVRO_EXPORT compareBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -113,6 +122,7 @@ struct TAVRO_EXPORT callOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -128,7 +138,113 @@ struct TAVRO_EXPORT returnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
+
+// Ends the process over a label number that does not exist.
+[[noreturn, gnu::cold]] TAVRO_EXPORT void endOnBadLabel(len_t label);
+
+// The label number of an operand. One that is not known yet is looked up by its name and written into the
+// stream at `operand`, where the operand stands.
+inline len_t labelOf(Context& context, const LabelOperand& label, unsigned char* operand) {
+  if (label.label != unresolvedLabel) [[likely]]
+    return label.label;
+  const len_t number = context.translateEntry(context.fetchString(label.oid));
+  std::memcpy(operand + offsetof(LabelOperand, label), &number, sizeof number);
+  return number;
+}
+
+inline bool isTrue(const StackValue<bool>& condition) { return !condition.isNull() && condition.value != 0; }
+
+template <Trace trace, typename Condition>
+inline void traceNotTaken(const char* name, int line, const Condition& condition) {
+  traceOp<trace>(ctrlOpsSource, line, name, "(  ", condition, " )");
+}
+
+template <Trace trace, typename Condition>
+inline void traceTaken(const char* name, int line, const Condition& condition, len_t label) {
+  traceOp<trace>(ctrlOpsSource, line, name, "(  ", condition, " ) --> ", label);
+}
+
+template <Trace trace>
+OpResult haltOp::op(Context& context) {
+  context.halt();
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult returnOp::op(Context& context) {
+  context.returnOp();
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult branchOp::op(Context& context) {
+  const Operands<branchOp> operands(context);
+  const len_t label = labelOf(context, operands->target, operands.bytes());
+  traceOp<trace>(ctrlOpsSource, __LINE__, shape.className, "( ) --> ", label);
+  if (!context.gotoOp<trace>(label)) endOnBadLabel(label);
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult condBranchOp::op(Context& context) {
+  const Operands<condBranchOp> operands(context);
+  const StackValue<bool> condition = context.stackR().pop<bool, trace>();
+  if (isTrue(condition)) {
+    const len_t label = labelOf(context, operands->target, operands.bytes());
+    traceTaken<trace>(shape.className, __LINE__, condition, label);
+    if (context.gotoOp<trace>(label)) return OpOk;
+  }
+  traceNotTaken<trace>(shape.className, __LINE__, condition);
+  operands.step();
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult invCondBranchOp::op(Context& context) {
+  const Operands<invCondBranchOp> operands(context);
+  const StackValue<bool> condition = context.stackR().pop<bool, trace>();
+  if (isTrue(condition)) {
+    traceNotTaken<trace>(shape.className, __LINE__, condition);
+    operands.step();
+    return OpOk;
+  }
+  const len_t label = labelOf(context, operands->target, operands.bytes());
+  traceTaken<trace>(shape.className, __LINE__, condition, label);
+  if (!context.gotoOp<trace>(label)) endOnBadLabel(label);
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult compareBranchOp::op(Context& context) {
+  const Operands<compareBranchOp> operands(context);
+  const StackValue<signed char> cond = context.stackR().pop<signed char, trace>();
+  assertThat(!cond.isNull(), "!cond.isNull()",
+             "static Tavro::TvRT::OpResult Tavro::TvRT::compareBranchOp::op(Tavro::TvRT::Context&)");
+  len_t label = noBranch;
+  if (cond.value == -1)
+    label = labelOf(context, operands->less, operands.bytes() + offsetof(compareBranchOp, less));
+  else if (cond.value == 1)
+    label = labelOf(context, operands->greater, operands.bytes() + offsetof(compareBranchOp, greater));
+  if (label == noBranch) {
+    traceNotTaken<trace>(shape.className, __LINE__, cond);
+    operands.step();
+    return OpOk;
+  }
+  traceTaken<trace>(shape.className, __LINE__, cond, label);
+  if (!context.gotoOp<trace>(label)) endOnBadLabel(label);
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult callOp::op(Context& context) {
+  const Operands<callOp> operands(context);
+  const len_t label = labelOf(context, operands->target, operands.bytes());
+  operands.step();
+  context.call(label);
+  return OpOk;
+}
 
 }  // namespace Tavro::TvRT

@@ -20,10 +20,15 @@ inline constexpr int traceDetail = 9;    // pushes, pops, the run loop, installa
 // Where all instructions trace.
 TAVRO_EXPORT extern Kelpo::DebugHandler* tvRtOpKelpoDebugHandler_;
 
+// Whether code holds its trace sites. The path of an instruction is compiled both ways: while no level is on
+// anywhere, the run loop takes the one that has none. Code that may be used at any time has them.
+enum class Trace : bool { Off, On };
+
 // The trace site of an instruction's execution.
-template <typename... Parts>
+template <Trace trace, typename... Parts>
 inline void traceOp(const char* source, int line, const Parts&... parts) {
-  Kelpo::trace(tvRtOpKelpoDebugHandler_, traceEvents, source, line, "op", parts...);
+  if constexpr (trace == Trace::On)
+    Kelpo::trace(tvRtOpKelpoDebugHandler_, traceEvents, source, line, "op", parts...);
 }
 
 }  // namespace Tavro::TvRT

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "Tavro/TvRTDebug.h"
 #include "Tavro/TvRTTypes.h"
 #include "Tavro/export.h"
 #include "Tavro/types.h"
@@ -22,6 +23,18 @@ enum OpResult : int {
 
 // Carries out one instruction.
 using Handler = OpResult (*)(Context&);
+
+// The two handlers of an instruction, which do the same: one without trace sites, which runs while no level
+// is on, and one with them.
+struct Handlers {
+  constexpr Handlers() = default;
+  constexpr Handlers(Handler without, Handler with) : plain(without), traced(with) {}
+  // An instruction that has no trace sites.
+  constexpr Handlers(Handler handler) : Handlers(handler, handler) {}
+
+  Handler plain = nullptr;
+  Handler traced = nullptr;
+};
 
 // What stands in the handler slot of an instruction: an index into the table of handlers, counted from
 // HandlerTable::base.
@@ -74,13 +87,18 @@ class TAVRO_EXPORT HandlerTable {
   // fetches out of them is none of the numbers from here.
   static constexpr HandlerNumber base = 0xB5E90000;
 
-  // The number of a handler, given out at the first request. Throws std::length_error when the table is full.
-  static HandlerNumber numberOf(Handler handler, Describe describe);
+  // The number of an instruction, given out at the first request. Throws std::length_error when the table is
+  // full.
+  static HandlerNumber numberOf(const Handlers& handlers, Describe describe);
 
   // What is known of the instruction behind a number; null when the number was not given out.
   static Describe describe(HandlerNumber number);
 
-  static Handler at(HandlerNumber number) { return handlers[indexOf(number)]; }
+  template <Trace trace = Trace::On>
+  static Handler at(HandlerNumber number) {
+    const Handlers& found = handlers[indexOf(number)];
+    return trace == Trace::On ? found.traced : found.plain;
+  }
 
  private:
   // Entry 0 is that of the numbers that were not given out.
@@ -89,7 +107,7 @@ class TAVRO_EXPORT HandlerTable {
     return index < capacity ? index : 0;
   }
 
-  static std::array<Handler, capacity> handlers;
+  static std::array<Handlers, capacity> handlers;
 };
 
 // A list of types.

@@ -55,12 +55,14 @@ class TAVRO_EXPORT IStream {
   }
 
   // Jumps to a label number; false, and nothing done, when there is no such number.
+  template <Trace trace = Trace::On>
   bool gotoOp(len_t label) {
     if (label >= labels.size()) return false;
     pc = labels[label];
-    Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
-                 "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,
-                 " at ", pc);
+    if constexpr (trace == Trace::On)
+      Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
+                   "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,
+                   " at ", pc);
     return true;
   }
 
@@ -68,15 +70,17 @@ class TAVRO_EXPORT IStream {
   len_t addLabel();
 
   // Runs one instruction: fetches the handler at `pc`, steps over its slot and calls it.
+  template <Trace trace = Trace::On>
   OpResult executeAtPC(Context& context) {
     const len_t ppc = pc;
-    Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
-                 "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
-                 " executing instruction at ", ppc);
+    if constexpr (trace == Trace::On)
+      Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
+                   "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
+                   " executing instruction at ", ppc);
     HandlerNumber number;
     std::memcpy(&number, at(ppc), sizeof number);
     pc = static_cast<len_t>(ppc + handlerSlotWidth);
-    return HandlerTable::at(number)(context);
+    return HandlerTable::at<trace>(number)(context);
   }
 
   // The byte at an offset. One that lies beyond the capacity stands for the start of the stream.

@@ -33,6 +33,7 @@ struct TAVRO_EXPORT CondExprOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -51,6 +52,7 @@ struct TAVRO_EXPORT HashOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -72,6 +74,7 @@ struct TAVRO_EXPORT OverlapsOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -92,6 +95,7 @@ struct TAVRO_EXPORT StepLessOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -106,11 +110,12 @@ class TAVRO_EXPORT MiscExprOps {
 };
 
 template <typename T>
+template <Trace trace>
 OpResult CondExprOp<T>::op(Context& context) {
   Stack& stack = context.stackR();
-  const auto [ifFalse, condition] = stack.popPair<T, bool>();
-  const StackValue<T> ifTrue = stack.pop<T>();
-  stack.push(condition.value != 0 ? ifTrue : ifFalse);
+  const auto [ifFalse, condition] = stack.popPair<T, bool, trace>();
+  const StackValue<T> ifTrue = stack.pop<T, trace>();
+  stack.push<trace>(condition.value != 0 ? ifTrue : ifFalse);
   context.stepPC(1);
   return OpOk;
 }
@@ -144,14 +149,61 @@ std::uint32_t HashOp<T>::hashOf(const typename StackValue<T>::Stored& value) {
 }
 
 template <typename T>
+template <Trace trace>
 OpResult HashOp<T>::op(Context& context) {
   Stack& stack = context.stackR();
-  const auto [value, seed] = stack.popPair<T, unsigned long long>();
+  const auto [value, seed] = stack.popPair<T, unsigned long long, trace>();
   const auto hashed = value.value;
   const StackValue<unsigned long long> result(
       combineHash(static_cast<std::uint32_t>(seed.value), hashOf(hashed)), value.isNull() || seed.isNull());
-  stack.push(result);
-  traceOp(miscExprOpsSource, __LINE__, writeName<HashOp>, "( ", value, ", ", seed, " ) = ", result);
+  stack.push<trace>(result);
+  traceOp<trace>(miscExprOpsSource, __LINE__, writeName<HashOp>, "( ", value, ", ", seed, " ) = ", result);
+  return OpOk;
+}
+
+inline IpGenPrefix prefixAt(Context& context, len_t row, len_t column) {
+  IpGenPrefix prefix;
+  context.getRow(row).getColumn(column, prefix);
+  return prefix;
+}
+
+inline void storePrefix(Context& context, len_t row, len_t column, const IpGenPrefix& prefix) {
+  BaseRow& to = context.getRow(row);
+  to.setColumn(column, prefix, context.fixedLength(row));
+}
+
+template <Trace trace>
+OpResult OverlapsOp::op(Context& context) {
+  const Operands<OverlapsOp> operands(context);
+  const IpGenPrefix a = prefixAt(context, operands->row, operands->column);
+  const IpGenPrefix b = prefixAt(context, operands->otherRow, operands->otherColumn);
+  const StackValue<bool> result(a.mask() < b.mask() ? a.contains(b) : b.contains(a), false);
+  context.stackR().push<trace>(result);
+  traceOp<trace>(miscExprOpsSource, __LINE__,
+                 "static Tavro::TvRT::OpResult Tavro::TvRT::OverlapsOp::op(Tavro::TvRT::Context&)", a, " & ",
+                 b, " --> ", result);
+  operands.step();
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult StepLessOp::op(Context& context) {
+  const Operands<StepLessOp> operands(context);
+  const IpGenPrefix before = prefixAt(context, operands->row, operands->column);
+  IpGenPrefix after = before;
+  const StackValue<bool> result(before.mask() != 0, false);
+  if (result.value != 0) {
+    const auto mask = static_cast<unsigned short>(before.mask() - 1);
+    after.clearLowerAddrBits(mask);
+    after.maskIs(mask);
+    storePrefix(context, operands->row, operands->column, after);
+    storePrefix(context, operands->toRow, operands->toColumn, after);
+  }
+  context.stackR().push<trace>(result);
+  traceOp<trace>(miscExprOpsSource, __LINE__,
+                 "static Tavro::TvRT::OpResult Tavro::TvRT::StepLessOp::op(Tavro::TvRT::Context&)", before,
+                 " --> ", after, " --> ", result);
+  operands.step();
   return OpOk;
 }
 

@@ -14,7 +14,8 @@
 // How an instruction is made. It is a small plain class with no base, no virtual operation and no state:
 // - its operands are its data members, packed, in the order of the operand block;
 // - `install` writes the object's bytes behind the number of its handler;
-// - the static `op` is the handler; it reads the same bytes back, does the work and steps over them;
+// - the static `op` is the handler; it reads the same bytes back, does the work and steps over them. It is a
+//   template on whether it holds trace sites, and hands that on to all that it does;
 // - `shape` declares what traces and listings show of it.
 namespace Tavro::TvRT {
 
@@ -69,15 +70,19 @@ void writeTypes(std::ostream& text) {
 // Offset that stands for the operand block of an instruction without one.
 inline constexpr len_t noOperandBlock = 65535;
 
-inline void appendHandler(Context& context, Handler handler, Describe describeOp) {
-  const HandlerNumber number = HandlerTable::numberOf(handler, describeOp);
+// Both handlers of an instruction class.
+template <typename Op>
+inline constexpr Handlers handlersOf{&Op::template op<Trace::Off>, &Op::template op<Trace::On>};
+
+inline void appendHandler(Context& context, const Handlers& handlers, Describe describeOp) {
+  const HandlerNumber number = HandlerTable::numberOf(handlers, describeOp);
   context.append(IStream::handlerSlotWidth, reinterpret_cast<const unsigned char*>(&number));
 }
 
 // Writes the instruction to the end of the stream and returns the offset of its operand block.
 template <typename Op>
 len_t installInstruction(Context& context, const Op& instruction, const char* source, int line) {
-  appendHandler(context, &Op::op, &describe<Op>);
+  appendHandler(context, handlersOf<Op>, &describe<Op>);
   len_t offset = noOperandBlock;
   if constexpr (operandWidth<Op> != 0)
     offset = context.append(operandWidth<Op>, reinterpret_cast<const unsigned char*>(&instruction));

@@ -2,6 +2,7 @@
 
 #include "Tavro/TvRTOp.h"
 #include "Tavro/export.h"
+#include "Tavro/tvExceptions.h"
 
 // Row instructions: rows move between the row slots and the tables. Each hands its slot number, which is the
 // table's number too, to the context, and what that throws passes through. The forms with an index name one
@@ -20,6 +21,7 @@ struct TAVRO_EXPORT FetchRowOp {
       declareOp<Types<>, Types<>, Types<bool>>("FetchRowOp", "", "fetchRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -34,6 +36,7 @@ struct TAVRO_EXPORT FetchRowIndexedOp {
       "FetchRowIndexedOp", "", "fetchRowIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -47,6 +50,7 @@ struct TAVRO_EXPORT ClearRowOp {
       declareOp<Types<>, Types<>, Types<>>("ClearRowOp", "", "clearRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -60,6 +64,7 @@ struct TAVRO_EXPORT BeginOp {
       declareOp<Types<>, Types<>, Types<>>("BeginOp", "", "begin", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -73,6 +78,7 @@ struct TAVRO_EXPORT LowerBoundOp {
       declareOp<Types<>, Types<>, Types<>>("LowerBoundOp", "", "lowerBound", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -87,6 +93,7 @@ struct TAVRO_EXPORT LowerBoundIndexedOp {
       "LowerBoundIndexedOp", "", "lowerBoundIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -100,6 +107,7 @@ struct TAVRO_EXPORT NextRowOp {
       declareOp<Types<>, Types<>, Types<bool>>("NextRowOp", "", "nextRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -115,6 +123,7 @@ struct TAVRO_EXPORT InsertRowOp {
       declareOp<Types<>, Types<>, Types<>>("InsertRowOp", "", "insertRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -128,6 +137,7 @@ struct TAVRO_EXPORT DeleteRowOp {
       declareOp<Types<>, Types<>, Types<>>("DeleteRowOp", "", "deleteRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -142,6 +152,7 @@ struct TAVRO_EXPORT DeleteRowIndexedOp {
       "DeleteRowIndexedOp", "", "deleteRowIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -155,7 +166,110 @@ struct TAVRO_EXPORT IsNullRowOp {
       declareOp<Types<>, Types<>, Types<bool>>("IsNullRowOp", "", "isNullRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
+
+// The call as a part of a trace line: "FetchRowOp( 1 )" or "FetchRowIndexedOp( 1, 2 )".
+template <typename Op>
+struct CallText {
+  Op op;
+
+  void operator()(std::ostream& text) const {
+    text << Op::shape.className << "( " << op.row;
+    if constexpr (requires { op.index; }) text << ", " << op.index;
+    text << " )";
+  }
+};
+
+// Instructions that report a result trace after the work, so that the result is in the line.
+template <typename Op, Trace trace, typename Work>
+inline OpResult reportResult(Context& context, int line, const Work& work) {
+  const Operands<Op> operands(context);
+  const StackValue<bool> result(work(*operands.operator->()), false);
+  traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()}, " = ", result);
+  context.stackR().push<trace>(result);
+  operands.step();
+  return OpOk;
+}
+
+// Instructions that change rows trace before the work, so that the line stands ahead of its failure.
+template <typename Op, Trace trace, typename Work>
+inline OpResult changeRows(Context& context, int line, const Work& work) {
+  const Operands<Op> operands(context);
+  traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()});
+  work(*operands.operator->());
+  operands.step();
+  return OpOk;
+}
+
+template <Trace trace>
+OpResult FetchRowOp::op(Context& context) {
+  return reportResult<FetchRowOp, trace>(context, __LINE__,
+                                         [&](const FetchRowOp& o) { return context.fetchRow(o.row, 0); });
+}
+
+template <Trace trace>
+OpResult FetchRowIndexedOp::op(Context& context) {
+  return reportResult<FetchRowIndexedOp, trace>(
+      context, __LINE__, [&](const FetchRowIndexedOp& o) { return context.fetchRow(o.row, o.index); });
+}
+
+template <Trace trace>
+OpResult NextRowOp::op(Context& context) {
+  return reportResult<NextRowOp, trace>(context, __LINE__,
+                                        [&](const NextRowOp& o) { return context.nextRow(o.row); });
+}
+
+template <Trace trace>
+OpResult IsNullRowOp::op(Context& context) {
+  return reportResult<IsNullRowOp, trace>(
+      context, __LINE__, [&](const IsNullRowOp& o) { return context.getRow(o.row).isNull(); });
+}
+
+template <Trace trace>
+OpResult ClearRowOp::op(Context& context) {
+  return changeRows<ClearRowOp, trace>(context, __LINE__,
+                                       [&](const ClearRowOp& o) { context.clearRow(o.row); });
+}
+
+template <Trace trace>
+OpResult BeginOp::op(Context& context) {
+  return changeRows<BeginOp, trace>(context, __LINE__, [&](const BeginOp& o) { context.begin(o.row, 0); });
+}
+
+template <Trace trace>
+OpResult LowerBoundOp::op(Context& context) {
+  return changeRows<LowerBoundOp, trace>(context, __LINE__,
+                                         [&](const LowerBoundOp& o) { context.lower_bound(o.row, 0); });
+}
+
+template <Trace trace>
+OpResult LowerBoundIndexedOp::op(Context& context) {
+  return changeRows<LowerBoundIndexedOp, trace>(
+      context, __LINE__, [&](const LowerBoundIndexedOp& o) { context.lower_bound(o.row, o.index); });
+}
+
+template <Trace trace>
+OpResult DeleteRowOp::op(Context& context) {
+  return changeRows<DeleteRowOp, trace>(context, __LINE__,
+                                        [&](const DeleteRowOp& o) { context.deleteRow(o.row, 0); });
+}
+
+template <Trace trace>
+OpResult DeleteRowIndexedOp::op(Context& context) {
+  return changeRows<DeleteRowIndexedOp, trace>(
+      context, __LINE__, [&](const DeleteRowIndexedOp& o) { context.deleteRow(o.row, o.index); });
+}
+
+template <Trace trace>
+OpResult InsertRowOp::op(Context& context) {
+  try {
+    return changeRows<InsertRowOp, trace>(context, __LINE__,
+                                          [&](const InsertRowOp& o) { context.insertRow(o.row); });
+  } catch (const TvMaxRowsExceeded&) {
+    return OpSuspend;
+  }
+}
 
 }  // namespace Tavro::TvRT

@@ -105,9 +105,9 @@ class TAVRO_EXPORT Stack {
   ~Stack();
 
   // Removes the top slot. Throws std::out_of_range when the stack is empty.
-  template <typename T>
+  template <typename T, Trace trace = Trace::On>
   StackValue<T> pop() {
-    if (isTraced()) [[unlikely]]
+    if (isTraced<trace>()) [[unlikely]]
       return popTraced<T>();
     return take<T>();
   }
@@ -120,10 +120,10 @@ class TAVRO_EXPORT Stack {
   };
 
   // Removes the two topmost slots, as two pops do, with one test and one update where nothing is traced.
-  template <typename Top, typename Next>
+  template <typename Top, typename Next, Trace trace = Trace::On>
   Pair<Top, Next> popPair() {
     Pair<Top, Next> pair;
-    if (isTraced()) [[unlikely]] {
+    if (isTraced<trace>()) [[unlikely]] {
       pair.top = popTraced<Top>();
       pair.next = popTraced<Next>();
     } else {
@@ -134,9 +134,9 @@ class TAVRO_EXPORT Stack {
   }
 
   // Places a slot on top. Throws std::out_of_range when there is no room; the stack is then as it was.
-  template <typename T>
+  template <Trace trace = Trace::On, typename T>
   void push(const StackValue<T>& value) {
-    if (isTraced()) [[unlikely]]
+    if (isTraced<trace>()) [[unlikely]]
       return pushTraced(value);
     put(value);
   }
@@ -150,7 +150,10 @@ class TAVRO_EXPORT Stack {
   const unsigned char* bottom() const { return base; }
 
  private:
-  bool isTraced() const { return debug.handler()->anyOn(1U << traceEvents | 1U << traceDetail); }
+  template <Trace trace>
+  bool isTraced() const {
+    return trace == Trace::On && debug.handler()->anyOn(1U << traceEvents | 1U << traceDetail);
+  }
 
   template <typename T>
   void takeInto(StackValue<T>& value) {

@@ -31,6 +31,7 @@ struct TAVRO_EXPORT PushCnstOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -47,6 +48,7 @@ struct TAVRO_EXPORT PushParamOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -66,6 +68,7 @@ struct TAVRO_EXPORT PushColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -86,6 +89,7 @@ struct TAVRO_EXPORT PopColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -99,6 +103,7 @@ struct TAVRO_EXPORT DiscardOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -112,6 +117,7 @@ struct TAVRO_EXPORT SwapOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -126,6 +132,7 @@ struct TAVRO_EXPORT NSwapOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -142,6 +149,7 @@ struct TAVRO_EXPORT PushAryParamOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -161,6 +169,7 @@ struct TAVRO_EXPORT PushAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -180,6 +189,7 @@ struct TAVRO_EXPORT PopAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -243,48 +253,49 @@ inline void PopAryColumnOp<T>::setColumnValue(Context& context, len_t row, len_t
 }
 
 template <typename CT, typename ST>
+template <Trace trace>
 OpResult PushCnstOp<CT, ST>::op(Context& context) {
   const Operands<PushCnstOp> operands(context);
   const CT constant = narrow<CT>(operands->value);
   const StackValue<ST> value(widen(constant), false);
-  traceOp(stackOpsSource, __LINE__, writeName<PushCnstOp>, "( ", value, " )");
-  context.stackR().push(value);
+  traceOp<trace>(stackOpsSource, __LINE__, writeName<PushCnstOp>, "( ", value, " )");
+  context.stackR().push<trace>(value);
   operands.step();
   return OpOk;
 }
 
 // The work of the pushes from the parameter row: `Value` is read, `widened` goes on the stack.
-template <typename Op, typename Value, typename Widen>
+template <typename Op, typename Value, Trace trace, typename Widen>
 inline OpResult pushParameter(Context& context, const Widen& widened) {
   const Operands<Op> operands(context);
   Value parameter;
   context.parameterRow().getColumn(operands->offset, parameter);
   const auto value = widened(parameter);
-  traceOp(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->offset, " ) = ", value);
-  context.stackR().push(value);
+  traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->offset, " ) = ", value);
+  context.stackR().push<trace>(value);
   operands.step();
   return OpOk;
 }
 
 // The work of the pushes from a row.
-template <typename Op>
+template <typename Op, Trace trace>
 inline OpResult pushField(Context& context) {
   const Operands<Op> operands(context);
   const auto value = Op::getColumnValue(context, operands->row, operands->column);
-  traceOp(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
-          " ) = ", value);
-  context.stackR().push(value);
+  traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
+                 " ) = ", value);
+  context.stackR().push<trace>(value);
   operands.step();
   return OpOk;
 }
 
 // The work of the pops into a row: an entry of type `Entry` is popped, `narrowed` goes into the row.
-template <typename Op, typename Entry, typename Narrow>
+template <typename Op, typename Entry, Trace trace, typename Narrow>
 inline OpResult popField(Context& context, const Narrow& narrowed) {
   const Operands<Op> operands(context);
-  const StackValue<Entry> value = context.stackR().template pop<Entry>();
-  traceOp(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column, " ) -->  ",
-          value);
+  const StackValue<Entry> value = context.stackR().template pop<Entry, trace>();
+  traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
+                 " ) -->  ", value);
   const auto stored = value.value;
   Op::setColumnValue(context, operands->row, operands->column, narrowed(stored));
   operands.step();
@@ -292,65 +303,74 @@ inline OpResult popField(Context& context, const Narrow& narrowed) {
 }
 
 template <typename CT, typename ST>
+template <Trace trace>
 OpResult PushParamOp<CT, ST>::op(Context& context) {
-  return pushParameter<PushParamOp, CT>(context,
-                                        [](const CT& value) { return StackValue<ST>(widen(value), false); });
+  return pushParameter<PushParamOp, CT, trace>(
+      context, [](const CT& value) { return StackValue<ST>(widen(value), false); });
 }
 
 template <typename T>
+template <Trace trace>
 OpResult PushAryParamOp<T>::op(Context& context) {
   using Array = ArrayReference<T>;
-  return pushParameter<PushAryParamOp, Array>(
+  return pushParameter<PushAryParamOp, Array, trace>(
       context, [](const Array& value) { return StackValue<Array>(value, false); });
 }
 
 template <typename CT, typename ST>
+template <Trace trace>
 OpResult PushColumnOp<CT, ST>::op(Context& context) {
-  return pushField<PushColumnOp>(context);
+  return pushField<PushColumnOp, trace>(context);
 }
 
 template <typename T>
+template <Trace trace>
 OpResult PushAryColumnOp<T>::op(Context& context) {
-  return pushField<PushAryColumnOp>(context);
+  return pushField<PushAryColumnOp, trace>(context);
 }
 
 template <typename CT, typename ST>
+template <Trace trace>
 OpResult PopColumnOp<CT, ST>::op(Context& context) {
-  return popField<PopColumnOp, ST>(context, [](const auto& value) { return narrow<CT>(value); });
+  return popField<PopColumnOp, ST, trace>(context, [](const auto& value) { return narrow<CT>(value); });
 }
 
 template <typename T>
+template <Trace trace>
 OpResult PopAryColumnOp<T>::op(Context& context) {
-  return popField<PopAryColumnOp, ArrayReference<T>>(context,
-                                                     [](const ArrayReference<T>& value) { return value; });
+  return popField<PopAryColumnOp, ArrayReference<T>, trace>(
+      context, [](const ArrayReference<T>& value) { return value; });
 }
 
 template <typename T>
+template <Trace trace>
 OpResult DiscardOp<T>::op(Context& context) {
-  const StackValue<T> value = context.stackR().template pop<T>();
-  traceOp(stackOpsSource, __LINE__, writeName<DiscardOp>, " = ", value);
+  const StackValue<T> value = context.stackR().template pop<T, trace>();
+  traceOp<trace>(stackOpsSource, __LINE__, writeName<DiscardOp>, " = ", value);
   return OpOk;
 }
 
 // The common work of both exchanges. The trace names the topmost type alone.
-template <typename T, typename U>
+template <typename T, typename U, Trace trace>
 inline void swapTop(Context& context, const char* name, int line) {
   Stack& stack = context.stackR();
-  const auto [top, next] = stack.popPair<T, U>();
-  traceOp(stackOpsSource, line, name, writeTypes<T>, "( ", top, ", ", next, " )");
-  stack.push(top);
-  stack.push(next);
+  const auto [top, next] = stack.popPair<T, U, trace>();
+  traceOp<trace>(stackOpsSource, line, name, writeTypes<T>, "( ", top, ", ", next, " )");
+  stack.push<trace>(top);
+  stack.push<trace>(next);
 }
 
 template <typename T>
+template <Trace trace>
 OpResult SwapOp<T>::op(Context& context) {
-  swapTop<T, T>(context, shape.className, __LINE__);
+  swapTop<T, T, trace>(context, shape.className, __LINE__);
   return OpOk;
 }
 
 template <typename T, typename U>
+template <Trace trace>
 OpResult NSwapOp<T, U>::op(Context& context) {
-  swapTop<T, U>(context, shape.className, __LINE__);
+  swapTop<T, U, trace>(context, shape.className, __LINE__);
   return OpOk;
 }
 

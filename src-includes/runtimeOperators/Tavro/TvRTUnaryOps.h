@@ -18,6 +18,7 @@ struct TAVRO_EXPORT NotOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -31,6 +32,7 @@ struct TAVRO_EXPORT UnaryMinusOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -45,6 +47,7 @@ struct TAVRO_EXPORT CoerceOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -60,25 +63,28 @@ class TAVRO_EXPORT UnaryOps {
 };
 
 // Pops an entry, computes of its value, traces "NAME<types>( entry ) = result", pushes.
-template <typename T, typename U, typename Compute>
+template <typename T, typename U, Trace trace, typename Compute>
 inline OpResult runUnaryOp(Context& context, const char* name, void (*types)(std::ostream&),
                            const Compute& compute) {
   Stack& stack = context.stackR();
-  const StackValue<T> entry = stack.pop<T>();
+  const StackValue<T> entry = stack.pop<T, trace>();
   const StackValue<U> result(compute(entry.value), entry.isNull());
-  traceOp(unaryOpsSource, __LINE__, name, types, "( ", entry, " ) = ", result);
-  stack.push(result);
+  traceOp<trace>(unaryOpsSource, __LINE__, name, types, "( ", entry, " ) = ", result);
+  stack.push<trace>(result);
   return OpOk;
 }
 
-inline OpResult NotOp::op(Context& context) {
-  return runUnaryOp<bool, bool>(context, "not", writeTypes<bool>,
-                                [](unsigned char value) { return static_cast<unsigned char>(value ^ 1U); });
+template <Trace trace>
+OpResult NotOp::op(Context& context) {
+  return runUnaryOp<bool, bool, trace>(context, "not", writeTypes<bool>, [](unsigned char value) {
+    return static_cast<unsigned char>(value ^ 1U);
+  });
 }
 
 template <typename T>
+template <Trace trace>
 OpResult UnaryMinusOp<T>::op(Context& context) {
-  return runUnaryOp<T, T>(context, "unaryMinus", writeTypes<T>, [](T value) -> T {
+  return runUnaryOp<T, T, trace>(context, "unaryMinus", writeTypes<T>, [](T value) -> T {
     // Negation of unsigned numbers wraps around.
     if constexpr (std::is_integral_v<T>)
       return static_cast<T>(0ULL - static_cast<unsigned long long>(value));
@@ -97,8 +103,9 @@ inline unsigned long long toUnsigned(double value) {
 }
 
 template <typename T, typename U>
+template <Trace trace>
 OpResult CoerceOp<T, U>::op(Context& context) {
-  return runUnaryOp<T, U>(context, shape.className, writeTypes<T, U>, [](T value) -> U {
+  return runUnaryOp<T, U, trace>(context, shape.className, writeTypes<T, U>, [](T value) -> U {
     if constexpr (std::is_same_v<T, double> && std::is_same_v<U, unsigned long long>)
       return toUnsigned(value);
     else

@@ -125,6 +125,7 @@ struct TAVRO_EXPORT IterInitOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -145,6 +146,7 @@ struct TAVRO_EXPORT NextValueOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -161,6 +163,7 @@ struct TAVRO_EXPORT CurValueOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
   }
+  template <Trace trace>
   static OpResult op(Context& context);
 };
 
@@ -175,10 +178,11 @@ inline ValueAryIter<T>& iteratorAt(Context& context, len_t slot) {
 }
 
 template <typename T>
+template <Trace trace>
 OpResult IterInitOp<T>::op(Context& context) {
   const Operands<IterInitOp> operands(context);
-  traceOp(valueIterSource, __LINE__, "iterInitOp", writeTypes<T>, "( ", operands->slot, ", ", operands->row,
-          ", ", operands->column, " )");
+  traceOp<trace>(valueIterSource, __LINE__, "iterInitOp", writeTypes<T>, "( ", operands->slot, ", ",
+                 operands->row, ", ", operands->column, " )");
   ArrayReference<T> array;
   context.getRow(operands->row).getColumn(operands->column, array);
   auto iterator = std::make_unique<ValueAryIter<T>>(array);
@@ -189,6 +193,7 @@ OpResult IterInitOp<T>::op(Context& context) {
 }
 
 template <typename T>
+template <Trace trace>
 OpResult NextValueOp<T>::op(Context& context) {
   const Operands<NextValueOp> operands(context);
   ValueAryIter<T>& iterator = iteratorAt<T>(context, operands->slot);
@@ -199,23 +204,25 @@ OpResult NextValueOp<T>::op(Context& context) {
     ++iterator;
   }
   // Before the store: the element may be a view into the very row that the store moves.
-  traceOp(valueIterSource, __LINE__, writeName<NextValueOp>, "( ", operands->slot, ", ", operands->row, ", ",
-          operands->column, " )  = ", StackValue<T>(value, false), ", ", result);
+  traceOp<trace>(valueIterSource, __LINE__, writeName<NextValueOp>, "( ", operands->slot, ", ", operands->row,
+                 ", ", operands->column, " )  = ", StackValue<T>(value, false), ", ", result);
   if (result.value != 0)
     PopColumnOp<T, StackTypeOf<T>>::setColumnValue(context, operands->row, operands->column, value);
-  context.stackR().push(result);
+  context.stackR().push<trace>(result);
   operands.step();
   return OpOk;
 }
 
 template <typename CT, typename ST>
+template <Trace trace>
 OpResult CurValueOp<CT, ST>::op(Context& context) {
   const Operands<CurValueOp> operands(context);
   const CT element = iteratorAt<CT>(context, operands->slot).lastValue();
   const StackValue<ST> value(widen(element), false);
   const auto writeTypePair = [](std::ostream& text) { writeTypeNames(text, nativeTypes<CT, ST>, ", "); };
-  traceOp(valueIterSource, __LINE__, shape.className, writeTypePair, "( ", operands->slot, " ) = ", value);
-  context.stackR().push(value);
+  traceOp<trace>(valueIterSource, __LINE__, shape.className, writeTypePair, "( ", operands->slot,
+                 " ) = ", value);
+  context.stackR().push<trace>(value);
   operands.step();
   return OpOk;
 }
