@@ -62,11 +62,9 @@ void Context::bindTable(len_t index, len_t len, len_t outIndex, const std::strin
   BaseRow row(len);
   auto info = std::make_unique<TableBindInfo>(*database, index, len, outIndex, name, alias, sig);
   tbis.resize(slots);
-  fixedLengths.resize(slots);
   rows.resize(slots);
-  rows[index] = std::move(row);
+  rows[index] = {std::move(row), len};
   tbis[index] = info.release();
-  fixedLengths[index] = len;
 }
 
 len_t Context::constructPseudoBindTableInfo(const std::string& name) {
@@ -87,7 +85,7 @@ void Context::endEncountered() {
 void Context::deleteBindings() {
   for (TableBindInfo* const info : tbis) delete info;
   tbis.clear();
-  fixedLengths.clear();
+  for (RowSlot& slot : rows) slot.fixedLength = 0;
 }
 
 void Context::bindParameters(len_t len, const std::string& text) {
@@ -157,13 +155,13 @@ void Context::replaceRow(len_t index, const BaseRow& row) { replaceRow(index, Ba
 void Context::replaceRow(len_t index, BaseRow&& row) {
   if (index >= rows.size())
     throw std::out_of_range("attempt to replace row outside of number of rows in query");
-  rows[index] = std::move(row);
+  rows[index].row = std::move(row);
 }
 
 void Context::swapRow(len_t index, BaseRow& row) {
   if (index >= rows.size())
     throw std::out_of_range("attempt to replace row outside of number of rows in query");
-  rows[index].swap(row);
+  rows[index].row.swap(row);
 }
 
 void Context::clearRow(len_t index) {
@@ -171,7 +169,7 @@ void Context::clearRow(len_t index) {
   if (index >= rows.size() || info == nullptr) throwNoBinding();
   BaseRow row(info->len);
   row.rowTypeIs(static_cast<len_t>(info->rowType));
-  rows[index] = std::move(row);
+  rows[index].row = std::move(row);
 }
 
 // The host, or the failure of a row instruction that has none to go to. `what` names the kind of row.
@@ -205,13 +203,13 @@ bool Context::nextRow(len_t table) {
 // The slot is tested before the host sees it: the row that it would be given lies outside of what we own.
 void Context::insertRow(len_t table) {
   if (table >= rows.size()) throwNoBinding();
-  host("table", table).insertRow(rows[table]);
+  host("table", table).insertRow(rows[table].row);
   clearRow(table);
 }
 
 void Context::deleteRow(len_t table, len_t index) {
   if (table >= rows.size()) throwNoBinding();
-  host("table", table).deleteRow(rows[table], index);
+  host("table", table).deleteRow(rows[table].row, index);
   clearRow(table);
 }
 

@@ -1,7 +1,9 @@
 // The debug handler of all instructions, the names and codes of the machine's types, and what the control
 // instructions share.
 
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "Tavro/TvRTCtrlOps.h"
@@ -16,6 +18,12 @@ namespace {
 Kelpo::DebugHandler* const unitDebugHandler = Kelpo::Platform::getDebugHandler("TvRTOp");
 
 }  // namespace
+
+len_t resolveLabel(Context& context, unsigned int oid, unsigned char* operand) {
+  const len_t number = context.translateEntry(context.fetchString(oid));
+  std::memcpy(operand + offsetof(LabelOperand, label), &number, sizeof number);
+  return number;
+}
 
 void endOnBadLabel(len_t label) {
   std::cout << "bad branch label index: " << label << std::endl;

@@ -55,6 +55,8 @@ EntryKind entryKind(TavroTypes type) {
 
 }  // namespace
 
+void throwNullRow() { throw std::runtime_error("setting column in NULL row"); }
+
 template <typename CT, typename ST>
 CT PushCnstOp<CT, ST>::makeConstantValue(Context& context, const std::string& text) {
   return constantValue<CT>(context, text);

@@ -20,7 +20,7 @@ inline OpResult runBinOp(Context& context, const char* className, const Compute&
   const auto [right, left] = stack.popPair<Right, Left, trace>();
   const StackValue<Result> result = compute(left, right);
   traceOp<trace>(binOpSource, __LINE__, className, writeTypes<T>, " ( ", left, ", ", right, " ) = ", result);
-  stack.push<trace>(result);
+  stack.pushBack<trace>(result);
   return OpOk;
 }
 

@@ -150,10 +150,10 @@ class TAVRO_EXPORT Context {
 
   // Throws std::out_of_range for a slot that does not exist, as all of these do.
   BaseRow& getRow(len_t index) {
-    const auto row = rows.begin() + index;
-    if (row >= rows.end()) [[unlikely]]
+    const auto slot = rows.begin() + index;
+    if (slot >= rows.end()) [[unlikely]]
       throwNoRow();
-    return *row;
+    return slot->row;
   }
   // The slot shares the row's buffer from now on.
   void replaceRow(len_t index, const BaseRow& row);
@@ -163,9 +163,10 @@ class TAVRO_EXPORT Context {
   void clearRow(len_t index);
   // Length of the fixed part of the slot's rows. Throws std::out_of_range for a slot without a binding.
   len_t fixedLength(len_t index) const {
-    if (index >= fixedLengths.size() || fixedLengths[index] == 0) [[unlikely]]
+    const auto slot = rows.begin() + index;
+    if (slot >= rows.end() || slot->fixedLength == 0) [[unlikely]]
       throwNoBinding();
-    return fixedLengths[index];
+    return slot->fixedLength;
   }
 
   BaseRow outputRow() { return getRow(0); }
@@ -254,6 +255,12 @@ class TAVRO_EXPORT Context {
   ContextState endRun(len_t ppc, OpResult result);
   len_t rowEntry(len_t table) const;
   Proxy& host(const char* what, len_t table) const;
+  // A row slot with `len` of its binding record, 0 for none: every store into a row asks for it.
+  struct RowSlot {
+    BaseRow row;
+    len_t fixedLength = 0;
+  };
+
   [[noreturn, gnu::cold]] static void throwNoRow();
   [[noreturn, gnu::cold]] static void throwNoBinding();
 
@@ -261,7 +268,7 @@ class TAVRO_EXPORT Context {
 
   Stack stack;
   ContextState state = Unloaded;
-  std::vector<BaseRow> rows;
+  std::vector<RowSlot> rows;
   BaseRow paramRow;
   len_t paramRowLen = 0;
   BaseRow constRow;
@@ -295,8 +302,6 @@ class TAVRO_EXPORT Context {
   bool nullsFirst = true;
   std::deque<len_t> returnStack;
   __kelpoDebug debug;
-  // `len` of each slot's binding record, 0 for none: every store into a row asks for it.
-  std::vector<len_t> fixedLengths;
   len_t lastEntry = 0;
   // What onRowWC found for each table, -1 for not looked up yet. Emptied whenever a name gets another label.
   mutable std::vector<int> rowEntries;

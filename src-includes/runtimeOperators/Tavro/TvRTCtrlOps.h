@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
 
 #include "Tavro/TvRTOp.h"
 #include "Tavro/export.h"
@@ -145,14 +144,12 @@ struct TAVRO_EXPORT returnOp {
 // Ends the process over a label number that does not exist.
 [[noreturn, gnu::cold]] TAVRO_EXPORT void endOnBadLabel(len_t label);
 
-// The label number of an operand. One that is not known yet is looked up by its name and written into the
-// stream at `operand`, where the operand stands.
+// Looks a label up by its name, whose OID is given, and writes its number into the operand in the stream.
+[[gnu::cold]] TAVRO_EXPORT len_t resolveLabel(Context& context, unsigned int oid, unsigned char* operand);
+
+// The label number of an operand that stands at `operand`.
 inline len_t labelOf(Context& context, const LabelOperand& label, unsigned char* operand) {
-  if (label.label != unresolvedLabel) [[likely]]
-    return label.label;
-  const len_t number = context.translateEntry(context.fetchString(label.oid));
-  std::memcpy(operand + offsetof(LabelOperand, label), &number, sizeof number);
-  return number;
+  return label.label != unresolvedLabel ? label.label : resolveLabel(context, label.oid, operand);
 }
 
 inline bool isTrue(const StackValue<bool>& condition) { return !condition.isNull() && condition.value != 0; }

@@ -46,8 +46,10 @@ class TAVRO_EXPORT IStream {
 
   // Moves `pc` over `n` operand bytes. When no whole handler slot follows, it says so on standard output and
   // leaves `pc` where it is.
-  void stepPC(len_t n) {
-    const unsigned target = unsigned{pc} + n;
+  void stepPC(len_t n) { stepFrom(pc, n); }
+  // The same for a caller who has read `pc` already.
+  void stepFrom(len_t offset, len_t n) {
+    const unsigned target = unsigned{offset} + n;
     if (target + handlerSlotWidth <= length) [[likely]]
       pc = static_cast<len_t>(target);
     else

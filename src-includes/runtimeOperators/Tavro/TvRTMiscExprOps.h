@@ -115,7 +115,7 @@ OpResult CondExprOp<T>::op(Context& context) {
   Stack& stack = context.stackR();
   const auto [ifFalse, condition] = stack.popPair<T, bool, trace>();
   const StackValue<T> ifTrue = stack.pop<T, trace>();
-  stack.push<trace>(condition.value != 0 ? ifTrue : ifFalse);
+  stack.pushBack<trace>(condition.value != 0 ? ifTrue : ifFalse);
   context.stepPC(1);
   return OpOk;
 }
@@ -156,7 +156,7 @@ OpResult HashOp<T>::op(Context& context) {
   const auto hashed = value.value;
   const StackValue<unsigned long long> result(
       combineHash(static_cast<std::uint32_t>(seed.value), hashOf(hashed)), value.isNull() || seed.isNull());
-  stack.push<trace>(result);
+  stack.pushBack<trace>(result);
   traceOp<trace>(miscExprOpsSource, __LINE__, writeName<HashOp>, "( ", value, ", ", seed, " ) = ", result);
   return OpOk;
 }

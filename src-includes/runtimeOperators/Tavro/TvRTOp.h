@@ -104,13 +104,7 @@ class Operands {
   const Op* operator->() const { return &operands_; }
 
   // Moves `pc` behind the operands.
-  void step() const {
-    const unsigned target = unsigned{pc_} + operandWidth<Op>;
-    if (target + IStream::handlerSlotWidth <= stream_.maxLoc()) [[likely]]
-      stream_.programCounterIs(static_cast<len_t>(target));
-    else
-      stream_.stepPC(operandWidth<Op>);
-  }
+  void step() const { stream_.stepFrom(pc_, operandWidth<Op>); }
 
   // The operand bytes in the stream, for an instruction that rewrites them.
   unsigned char* bytes() const { return stream_.at(pc_); }

@@ -141,6 +141,14 @@ class TAVRO_EXPORT Stack {
     put(value);
   }
 
+  // As push, for an instruction that has popped more bytes than the value has: there is room.
+  template <Trace trace, typename T>
+  void pushBack(const StackValue<T>& value) {
+    if (isTraced<trace>()) [[unlikely]]
+      return pushTraced(value);
+    place(value);
+  }
+
   // Bytes on the stack, not values.
   unsigned int depth() const { return static_cast<unsigned int>(top - base); }
   bool isEmpty() const { return top == base; }
@@ -174,9 +182,14 @@ class TAVRO_EXPORT Stack {
 
   template <typename T>
   void put(const StackValue<T>& value) {
-    unsigned char* const to = top;
-    if (limit < to + sizeof(value.value)) [[unlikely]]
+    if (limit < top + sizeof(value.value)) [[unlikely]]
       throwOverflow(sizeof(value.value));
+    place(value);
+  }
+
+  template <typename T>
+  void place(const StackValue<T>& value) {
+    unsigned char* const to = top;
     storeSlot(to, value);
     top = to + sizeof value;
   }

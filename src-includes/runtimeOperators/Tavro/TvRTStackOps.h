@@ -215,12 +215,14 @@ class TAVRO_EXPORT StackOps {
   static void installCurValueOp(Context& context, TavroTypes type, len_t slot);
 };
 
+[[noreturn, gnu::cold]] TAVRO_EXPORT void throwNullRow();
+
 // Stores a value, scalar or array, in a field of a row that must not be null.
 template <typename Value>
 inline void storeInRow(Context& context, len_t row, len_t column, const Value& value) {
   BaseRow& to = context.getRow(row);
   if (to.isNull()) [[unlikely]]
-    throw std::runtime_error("setting column in NULL row");
+    throwNullRow();
   to.setColumn(column, value, context.fixedLength(row));
 }
 

@@ -70,7 +70,7 @@ inline OpResult runUnaryOp(Context& context, const char* name, void (*types)(std
   const StackValue<T> entry = stack.pop<T, trace>();
   const StackValue<U> result(compute(entry.value), entry.isNull());
   traceOp<trace>(unaryOpsSource, __LINE__, name, types, "( ", entry, " ) = ", result);
-  stack.push<trace>(result);
+  stack.pushBack<trace>(result);
   return OpOk;
 }
 
