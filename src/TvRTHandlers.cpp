@@ -83,6 +83,12 @@ std::string InstructionInfo::installSignature() const {
   return text.str();
 }
 
+OpResult Handlers::runTraced(Context& context, len_t pc) {
+  IStream& stream = context.istream();
+  stream.programCounterIs(pc);
+  return HandlerTable::at(stream.handlerAt(static_cast<len_t>(pc - IStream::handlerSlotWidth)))(context);
+}
+
 constinit std::array<Handlers, HandlerTable::capacity> HandlerTable::handlers = allUnused();
 
 HandlerNumber HandlerTable::numberOf(const Handlers& pair, Describe describe) {

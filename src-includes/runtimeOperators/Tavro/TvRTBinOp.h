@@ -86,7 +86,7 @@ template <typename T>
 struct TAVRO_EXPORT tv_noOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<>>("tv_noOperation", "T", "dummy<0>");
 
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     const auto [right, left] = context.stackR().popPair<T, T, trace>();
     traceOp<trace>(binOpSource, __LINE__, writeName<tv_noOperation>, " ( ", left, ", ", right, " )");
@@ -103,7 +103,7 @@ struct TAVRO_EXPORT tv_plusOperation {
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a + b; });
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArithmetic<tv_plusOperation, T, trace>(context);
   }
@@ -119,7 +119,7 @@ struct TAVRO_EXPORT tv_minusOperation {
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a - b; });
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArithmetic<tv_minusOperation, T, trace>(context);
   }
@@ -134,7 +134,7 @@ struct TAVRO_EXPORT tv_mulOperation {
   static T apply(T l, T r) {
     return wrapping(l, r, [](auto a, auto b) { return a * b; });
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArithmetic<tv_mulOperation, T, trace>(context);
   }
@@ -148,7 +148,7 @@ template <typename T>
 struct TAVRO_EXPORT tv_divOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<T>>("tv_divOperation", "T", "div<0>");
   __attribute__((no_sanitize("undefined"))) static T apply(T l, T r) { return l / r; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArithmetic<tv_divOperation, T, trace>(context);
   }
@@ -162,7 +162,7 @@ struct TAVRO_EXPORT tv_shiftOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_shiftOperation", "T", "shift<0>");
   static T apply(T l, T r) { return l >> (r & 63); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runLogic<tv_shiftOperation, T, trace>(context);
   }
@@ -176,7 +176,7 @@ struct TAVRO_EXPORT tv_bitAndOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitAndOperation", "T", "bitAnd<0>");
   static T apply(T l, T r) { return l & r; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runLogic<tv_bitAndOperation, T, trace>(context);
   }
@@ -190,7 +190,7 @@ struct TAVRO_EXPORT tv_bitOrOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_bitOrOperation", "T", "bitOr<0>");
   static T apply(T l, T r) { return l | r; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runLogic<tv_bitOrOperation, T, trace>(context);
   }
@@ -204,7 +204,7 @@ struct TAVRO_EXPORT tv_boolAndOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolAndOperation", "T", "boolAnd");
   static unsigned char apply(unsigned char l, unsigned char r) { return l == 0 ? 0 : r; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runLogic<tv_boolAndOperation, T, trace>(context);
   }
@@ -218,7 +218,7 @@ struct TAVRO_EXPORT tv_boolOrOperation {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, T>, Types<T>>("tv_boolOrOperation", "T", "boolOr");
   static unsigned char apply(unsigned char l, unsigned char r) { return l != 0 ? 1 : r; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runLogic<tv_boolOrOperation, T, trace>(context);
   }
@@ -231,7 +231,7 @@ template <typename T>
 struct TAVRO_EXPORT tv_eqOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_eqOperation", "T", "eq<0>");
   static bool apply(bool equal) { return equal; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runEquality<tv_eqOperation, T, trace>(context);
   }
@@ -244,7 +244,7 @@ template <typename T>
 struct TAVRO_EXPORT tv_neOperation {
   static constexpr auto shape = declareOp<Types<T>, Types<T, T>, Types<bool>>("tv_neOperation", "T", "ne<0>");
   static bool apply(bool equal) { return !equal; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runEquality<tv_neOperation, T, trace>(context);
   }
@@ -261,7 +261,7 @@ struct TAVRO_EXPORT tv_ltOperation {
   static bool apply(const Value& l, const Value& r) {
     return l < r;
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runOrder<tv_ltOperation, T, trace>(context);
   }
@@ -278,7 +278,7 @@ struct TAVRO_EXPORT tv_leOperation {
   static bool apply(const Value& l, const Value& r) {
     return l <= r;
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runOrder<tv_leOperation, T, trace>(context);
   }
@@ -295,7 +295,7 @@ struct TAVRO_EXPORT tv_gtOperation {
   static bool apply(const Value& l, const Value& r) {
     return l > r;
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runOrder<tv_gtOperation, T, trace>(context);
   }
@@ -312,7 +312,7 @@ struct TAVRO_EXPORT tv_geOperation {
   static bool apply(const Value& l, const Value& r) {
     return l >= r;
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runOrder<tv_geOperation, T, trace>(context);
   }
@@ -335,10 +335,10 @@ inline OpResult runArrayTest(Context& context) {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_containsOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
-      "tv_containsOperation", "CT, ST", "contains<0>");
-  static bool apply(const Array& l, const Array& r) { return l.contains(r); }
-  template <Trace trace>
+  static constexpr auto shape =
+      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_containsOperation", "CT, ST", "contains<0>");
+  [[gnu::noinline]] static bool apply(const Array& l, const Array& r) { return l.contains(r); }
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArrayTest<tv_containsOperation, CT, trace>(context);
   }
@@ -350,10 +350,10 @@ struct TAVRO_EXPORT tv_containsOperation {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_intersectsOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
-      "tv_intersectsOperation", "CT, ST", "intersects<0>");
-  static bool apply(const Array& l, const Array& r) { return l.intersects(r); }
-  template <Trace trace>
+  static constexpr auto shape =
+      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_intersectsOperation", "CT, ST", "intersects<0>");
+  [[gnu::noinline]] static bool apply(const Array& l, const Array& r) { return l.intersects(r); }
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArrayTest<tv_intersectsOperation, CT, trace>(context);
   }
@@ -368,7 +368,7 @@ struct TAVRO_EXPORT tv_aryEqOperation {
   static constexpr auto shape =
       declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_aryEqOperation", "CT, ST", "aryEq<0>");
   static bool apply(const Array& l, const Array& r) { return l == r; }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runArrayTest<tv_aryEqOperation, CT, trace>(context);
   }
@@ -389,7 +389,7 @@ struct TAVRO_EXPORT tv_containsElementOperation {
       if (array[i] == element) return true;
     return false;
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
     return runBinOp<CT, Array, ST, bool, trace>(
         context, shape.className, [](const StackValue<Array>& array, const StackValue<ST>& element) {

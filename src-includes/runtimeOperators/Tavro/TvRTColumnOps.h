@@ -29,7 +29,7 @@ struct TAVRO_EXPORT CopyColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -50,7 +50,7 @@ struct TAVRO_EXPORT CopyAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -71,7 +71,7 @@ struct TAVRO_EXPORT EqualColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -92,7 +92,7 @@ struct TAVRO_EXPORT EqualAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -114,7 +114,7 @@ struct TAVRO_EXPORT CompareColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 

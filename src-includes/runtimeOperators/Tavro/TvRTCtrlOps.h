@@ -36,7 +36,7 @@ struct TAVRO_EXPORT haltOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -52,7 +52,7 @@ struct TAVRO_EXPORT branchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -69,7 +69,7 @@ struct TAVRO_EXPORT condBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -86,7 +86,7 @@ struct TAVRO_EXPORT invCondBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -104,7 +104,7 @@ struct TAVRO_EXPORT compareBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -121,7 +121,7 @@ struct TAVRO_EXPORT callOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -137,7 +137,7 @@ struct TAVRO_EXPORT returnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 

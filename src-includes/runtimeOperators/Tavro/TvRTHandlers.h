@@ -5,7 +5,6 @@
 #include <span>
 #include <string>
 
-#include "Tavro/TvRTDebug.h"
 #include "Tavro/TvRTTypes.h"
 #include "Tavro/export.h"
 #include "Tavro/types.h"
@@ -21,19 +20,25 @@ enum OpResult : int {
   OpSuspend = 2,  // could not complete now and runs again after `resume`; the run ends
 };
 
-// Carries out one instruction.
+// Carries out one instruction. `pc` stands on its operands.
 using Handler = OpResult (*)(Context&);
+// The same, and sets `pc` to the given offset first: a value that is handed over need not come back from
+// memory, which is what an instruction would wait for longest.
+using PlainHandler = OpResult (*)(Context&, len_t pc);
 
-// The two handlers of an instruction, which do the same: one without trace sites, which runs while no level
-// is on, and one with them.
-struct Handlers {
+// The two handlers of an instruction, which do the same: one with trace sites, and one without them, which
+// runs while no level is on.
+struct TAVRO_EXPORT Handlers {
   constexpr Handlers() = default;
-  constexpr Handlers(Handler without, Handler with) : plain(without), traced(with) {}
-  // An instruction that has no trace sites.
-  constexpr Handlers(Handler handler) : Handlers(handler, handler) {}
+  constexpr Handlers(Handler with, PlainHandler without) : traced(with), plain(without) {}
+  // An instruction with one handler, which runs at all times.
+  constexpr Handlers(Handler handler) : Handlers(handler, &runTraced) {}
 
-  Handler plain = nullptr;
   Handler traced = nullptr;
+  PlainHandler plain = nullptr;
+
+ private:
+  static OpResult runTraced(Context& context, len_t pc);
 };
 
 // What stands in the handler slot of an instruction: an index into the table of handlers, counted from
@@ -94,11 +99,8 @@ class TAVRO_EXPORT HandlerTable {
   // What is known of the instruction behind a number; null when the number was not given out.
   static Describe describe(HandlerNumber number);
 
-  template <Trace trace = Trace::On>
-  static Handler at(HandlerNumber number) {
-    const Handlers& found = handlers[indexOf(number)];
-    return trace == Trace::On ? found.traced : found.plain;
-  }
+  static Handler at(HandlerNumber number) { return handlers[indexOf(number)].traced; }
+  static PlainHandler plainAt(HandlerNumber number) { return handlers[indexOf(number)].plain; }
 
  private:
   // Entry 0 is that of the numbers that were not given out.

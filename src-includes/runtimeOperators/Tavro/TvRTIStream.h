@@ -75,14 +75,20 @@ class TAVRO_EXPORT IStream {
   template <Trace trace = Trace::On>
   OpResult executeAtPC(Context& context) {
     const len_t ppc = pc;
-    if constexpr (trace == Trace::On)
-      Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
-                   "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
-                   " executing instruction at ", ppc);
+    const auto operands = static_cast<len_t>(ppc + handlerSlotWidth);
+    if constexpr (trace == Trace::Off) return HandlerTable::plainAt(handlerAt(ppc))(context, operands);
+    Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
+                 "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
+                 " executing instruction at ", ppc);
+    pc = operands;
+    return HandlerTable::at(handlerAt(ppc))(context);
+  }
+
+  // The bytes of the handler slot at an offset.
+  HandlerNumber handlerAt(len_t offset) const {
     HandlerNumber number;
-    std::memcpy(&number, at(ppc), sizeof number);
-    pc = static_cast<len_t>(ppc + handlerSlotWidth);
-    return HandlerTable::at<trace>(number)(context);
+    std::memcpy(&number, at(offset), sizeof number);
+    return number;
   }
 
   // The byte at an offset. One that lies beyond the capacity stands for the start of the stream.

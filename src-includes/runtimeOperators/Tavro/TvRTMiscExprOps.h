@@ -33,7 +33,7 @@ struct TAVRO_EXPORT CondExprOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -52,7 +52,7 @@ struct TAVRO_EXPORT HashOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -74,7 +74,7 @@ struct TAVRO_EXPORT OverlapsOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -95,7 +95,7 @@ struct TAVRO_EXPORT StepLessOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 

@@ -70,9 +70,16 @@ void writeTypes(std::ostream& text) {
 // Offset that stands for the operand block of an instruction without one.
 inline constexpr len_t noOperandBlock = 65535;
 
+// The handler of an instruction class without its trace sites.
+template <typename Op>
+[[gnu::flatten]] OpResult runPlain(Context& context, len_t pc) {
+  context.istream().programCounterIs(pc);
+  return Op::template op<Trace::Off>(context);
+}
+
 // Both handlers of an instruction class.
 template <typename Op>
-inline constexpr Handlers handlersOf{&Op::template op<Trace::Off>, &Op::template op<Trace::On>};
+inline constexpr Handlers handlersOf{&Op::template op<Trace::On>, &runPlain<Op>};
 
 inline void appendHandler(Context& context, const Handlers& handlers, Describe describeOp) {
   const HandlerNumber number = HandlerTable::numberOf(handlers, describeOp);

@@ -21,7 +21,7 @@ struct TAVRO_EXPORT FetchRowOp {
       declareOp<Types<>, Types<>, Types<bool>>("FetchRowOp", "", "fetchRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -36,7 +36,7 @@ struct TAVRO_EXPORT FetchRowIndexedOp {
       "FetchRowIndexedOp", "", "fetchRowIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -50,7 +50,7 @@ struct TAVRO_EXPORT ClearRowOp {
       declareOp<Types<>, Types<>, Types<>>("ClearRowOp", "", "clearRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -64,7 +64,7 @@ struct TAVRO_EXPORT BeginOp {
       declareOp<Types<>, Types<>, Types<>>("BeginOp", "", "begin", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -78,7 +78,7 @@ struct TAVRO_EXPORT LowerBoundOp {
       declareOp<Types<>, Types<>, Types<>>("LowerBoundOp", "", "lowerBound", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -93,7 +93,7 @@ struct TAVRO_EXPORT LowerBoundIndexedOp {
       "LowerBoundIndexedOp", "", "lowerBoundIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -107,7 +107,7 @@ struct TAVRO_EXPORT NextRowOp {
       declareOp<Types<>, Types<>, Types<bool>>("NextRowOp", "", "nextRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -123,7 +123,7 @@ struct TAVRO_EXPORT InsertRowOp {
       declareOp<Types<>, Types<>, Types<>>("InsertRowOp", "", "insertRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -137,7 +137,7 @@ struct TAVRO_EXPORT DeleteRowOp {
       declareOp<Types<>, Types<>, Types<>>("DeleteRowOp", "", "deleteRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -152,7 +152,7 @@ struct TAVRO_EXPORT DeleteRowIndexedOp {
       "DeleteRowIndexedOp", "", "deleteRowIndexed", OperandKind::RowSlot, OperandKind::Index);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -166,7 +166,7 @@ struct TAVRO_EXPORT IsNullRowOp {
       declareOp<Types<>, Types<>, Types<bool>>("IsNullRowOp", "", "isNullRow", OperandKind::RowSlot);
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 

@@ -31,7 +31,7 @@ struct TAVRO_EXPORT PushCnstOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -48,7 +48,7 @@ struct TAVRO_EXPORT PushParamOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -68,7 +68,7 @@ struct TAVRO_EXPORT PushColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -89,7 +89,7 @@ struct TAVRO_EXPORT PopColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -103,7 +103,7 @@ struct TAVRO_EXPORT DiscardOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -117,7 +117,7 @@ struct TAVRO_EXPORT SwapOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -132,7 +132,7 @@ struct TAVRO_EXPORT NSwapOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -149,7 +149,7 @@ struct TAVRO_EXPORT PushAryParamOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -169,7 +169,7 @@ struct TAVRO_EXPORT PushAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -189,7 +189,7 @@ struct TAVRO_EXPORT PopAryColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 

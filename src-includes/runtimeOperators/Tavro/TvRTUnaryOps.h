@@ -18,7 +18,7 @@ struct TAVRO_EXPORT NotOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -32,7 +32,7 @@ struct TAVRO_EXPORT UnaryMinusOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -47,7 +47,7 @@ struct TAVRO_EXPORT CoerceOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, unaryOpsSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 

@@ -61,9 +61,7 @@ class TAVRO_EXPORT ValueAryIter : public ValueIterBase {
   T operator*() {
     constexpr const char* function = "T Tavro::TvRT::ValueAryIter<T>::operator*()";
     traceEntered("operator*", __LINE__, function);
-    if (isAtEnd())
-      fail(function, " attempt to read beyond end of array: size " + std::to_string(array.count()) +
-                         " index " + std::to_string(index));
+    if (isAtEnd()) failAtEnd(function, "read");
     return array[index];
   }
 
@@ -72,18 +70,14 @@ class TAVRO_EXPORT ValueAryIter : public ValueIterBase {
     constexpr const char* function =
         "Tavro::TvRT::ValueAryIter<T>* Tavro::TvRT::ValueAryIter<T>::operator++()";
     traceEntered("operator++", __LINE__, function);
-    if (isAtEnd())
-      fail(function, " attempt to increment beyond end of array: size " + std::to_string(array.count()) +
-                         " index " + std::to_string(index));
+    if (isAtEnd()) failAtEnd(function, "increment");
     ++index;
     return this;
   }
 
   // The element before the position. Throws std::runtime_error at the beginning.
   T lastValue() {
-    if (index == 0)
-      fail("T Tavro::TvRT::ValueAryIter<T>::lastValue()",
-           " attempt to decrement beyond beginning of array, index " + std::to_string(index));
+    if (index == 0) failAtBeginning("T Tavro::TvRT::ValueAryIter<T>::lastValue()");
     return array[index - 1U];
   }
 
@@ -93,8 +87,13 @@ class TAVRO_EXPORT ValueAryIter : public ValueIterBase {
   static std::string withType(const char* function) {
     return std::string(function) + " [with T = " + Spelling<T>::text() + "]";
   }
-  [[noreturn]] static void fail(const char* function, const std::string& text) {
-    throw std::runtime_error(withType(function) + text);
+  [[noreturn, gnu::cold, gnu::noinline]] void failAtEnd(const char* function, const char* deed) const {
+    throw std::runtime_error(withType(function) + " attempt to " + deed + " beyond end of array: size " +
+                             std::to_string(array.count()) + " index " + std::to_string(index));
+  }
+  [[noreturn, gnu::cold, gnu::noinline]] void failAtBeginning(const char* function) const {
+    throw std::runtime_error(withType(function) + " attempt to decrement beyond beginning of array, index " +
+                             std::to_string(index));
   }
   void traceEntered(const char* name, int line, const char* function) const {
     Kelpo::trace(
@@ -125,7 +124,7 @@ struct TAVRO_EXPORT IterInitOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -146,7 +145,7 @@ struct TAVRO_EXPORT NextValueOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
@@ -163,7 +162,7 @@ struct TAVRO_EXPORT CurValueOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
   }
-  template <Trace trace>
+  template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
 
