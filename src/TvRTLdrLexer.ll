@@ -2,7 +2,7 @@
    lines between them, since the grammar takes exactly one between two statements. */
 %{
 #include <sstream>
-#include <string>
+#include <string_view>
 
 #include "TvRTLdrLexer.h"
 #include "Tavro/tvExceptions.h"
@@ -15,12 +15,6 @@ using Token = Asm::Parser::token;
 // gathered to the next string that any scanner finishes.
 std::stringstream stringBuffer;
 
-std::string* takeString() {
-  auto* const text = new std::string(stringBuffer.str());
-  stringBuffer.str("");
-  return text;
-}
-
 }  // namespace
 
 // A backslash in a string that no double quote follows matches no rule: the scanner jams, and ends the process.
@@ -28,7 +22,7 @@ std::string* takeString() {
 %}
 
 %option c++ yyclass="Asm::Lexer" noyywrap nodefault nounput batch
-%option never-interactive nowarn
+%option never-interactive nowarn full 8bit
 
 BLANK         [ \t]
 LINE_COMMENT  "//"[^\n]*
@@ -42,19 +36,19 @@ EOLS          ({BLANK}*\n)+
 
 {BLANK}+                                  { }
 ({COMMENT})+                              { }
-{EOLS}(({BLANK}*({COMMENT}))+{EOLS})+     { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NEWLINE; }
-{EOLS}                                    { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NEWLINE; }
-[0-9]+|0x[0-9a-fA-F]+                     { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NUMBER; }
+{EOLS}(({BLANK}*({COMMENT}))+{EOLS})+     { return Token::NEWLINE; }
+{EOLS}                                    { return Token::NEWLINE; }
+[0-9]+|0x[0-9a-fA-F]+                     { yylval->text = newText({yytext, static_cast<std::size_t>(yyleng)}); return Token::NUMBER; }
 \"                                        { BEGIN(IN_STRING); }
 <IN_STRING>[^\t\n"\\]                     { stringBuffer.put(*yytext); }
 <IN_STRING>\n                             { stringBuffer << '\n'; }
 <IN_STRING>\t                             { stringBuffer << '\t'; }
 <IN_STRING>\\\"                           { stringBuffer << '"'; }
-<IN_STRING>\"                             { yylval->text = takeString(); BEGIN(INITIAL); return Token::STRING; }
-">"                                       { yylval->text = new std::string(">"); return Token::GREATER; }
-"<"                                       { yylval->text = new std::string("<"); return Token::LESS; }
-","                                       { yylval->text = new std::string(","); return Token::COMMA; }
-[A-Za-z_.][A-Za-z0-9_.]*                  { yylval->text = new std::string(yytext, static_cast<std::size_t>(yyleng)); return Token::NAME; }
+<IN_STRING>\"                             { yylval->text = newText(stringBuffer.view()); stringBuffer.str(""); BEGIN(INITIAL); return Token::STRING; }
+">"                                       { return Token::GREATER; }
+"<"                                       { return Token::LESS; }
+","                                       { return Token::COMMA; }
+[A-Za-z_.][A-Za-z0-9_.]*                  { yylval->text = newText({yytext, static_cast<std::size_t>(yyleng)}); return Token::NAME; }
 .                                         { throw Tavro::TvRT::TvAssemblyException(std::string("Parse error: unrecognized input \"") + *yytext + "\""); }
 
 %%

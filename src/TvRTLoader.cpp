@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -24,6 +25,7 @@
 #include "Tavro/tvExceptions.h"
 #include "TvRTLdrLexer.h"
 #include "TvRTLdrParser.h"
+#include "TvRTNameTable.h"
 
 namespace Tavro::TvRT {
 
@@ -221,6 +223,15 @@ class Generators {
 
 constexpr Generators generators;
 
+constexpr NameTable<opCatalogue.size()> operationNames(opCatalogue);
+constexpr NameTable<typeTable.size()> typeNames(typeTable);
+
+// The platform is asked for a name that it alone may know, which is to say none, and raises its error.
+TavroTypes typeOfName(const std::string& name) {
+  const std::size_t row = typeNames.find(name);
+  return row != typeTable.size() ? typeTable[row].code : tavroCppTypeNameToType(name);
+}
+
 }  // namespace
 
 Kelpo::DebugHandler* Loader::__kelpoDebug::getHandler() {
@@ -264,8 +275,11 @@ void Loader::parse(Context* context, std::istream& in) {
 
 void Loader::dispatchOp(Context& context, const std::string* name, const std::vector<std::string>* types,
                         const std::vector<std::string>* args) {
-  const std::vector<TavroTypes> typeCodes = translateTypes(types);
-  const std::vector<std::string> arguments = processArgs(args);
+  static const std::vector<std::string> noArguments;
+  typeCodes.clear();
+  if (types != nullptr)
+    for (const std::string& type : *types) typeCodes.push_back(typeOfName(type));
+  const std::vector<std::string>& arguments = args == nullptr ? noArguments : *args;
   const opCat* const entry = fetchOpCat(*name, !typeCodes.empty(), arguments);
   genCode(context, entry, arguments, typeCodes);
 }
@@ -274,7 +288,7 @@ std::vector<TavroTypes> Loader::translateTypes(const std::vector<std::string>* t
   std::vector<TavroTypes> codes;
   if (types == nullptr) return codes;
   codes.reserve(types->size());
-  for (const std::string& name : *types) codes.push_back(tavroCppTypeNameToType(name));
+  for (const std::string& name : *types) codes.push_back(typeOfName(name));
   return codes;
 }
 
@@ -284,9 +298,9 @@ std::vector<std::string> Loader::processArgs(const std::vector<std::string>* arg
 
 const opCat* Loader::fetchOpCat(const std::string& name, bool hasTypes,
                                 const std::vector<std::string>& args) {
-  const auto found = opCatByName.find(name);
-  if (found == opCatByName.end()) throw TvAssemblyException(error("Unknown opcode: " + name));
-  const opCat& entry = found->second;
+  const std::size_t row = operationNames.find(name);
+  if (row == opCatalogue.size()) throw TvAssemblyException(error("Unknown opcode: " + name));
+  const opCat& entry = opCatalogue[row].cat;
   if (entry.argCount != args.size())
     throw TvAssemblyException(name + " takes " + std::to_string(entry.argCount) +
                               " parameters but it was given " + std::to_string(args.size()));
@@ -310,6 +324,9 @@ void Loader::genCode(Context& context, const opCat* entry, const std::vector<std
 }
 
 int Loader::makeIntValue(const std::string& text) {
+  int number = 0;
+  if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
+  // Blanks, a plus sign, or an error.
   char* end = nullptr;
   errno = 0;
   const long value = std::strtol(text.c_str(), &end, 10);

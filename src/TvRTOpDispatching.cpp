@@ -9,13 +9,13 @@ namespace Tavro::TvRT {
 namespace {
 
 struct Entry {
-  Handlers handlers;
-  Describe describe = nullptr;
+  Handler handler = nullptr;
+  HandlerNumber (*number)() = nullptr;
 };
 
 template <typename Op>
 constexpr Entry entryOf() {
-  return {handlersOf<Op>, &describe<Op>};
+  return {handlersOf<Op>.traced, &handlerNumber<Op>};
 }
 
 class Table {
@@ -113,7 +113,7 @@ std::string operationName(int opcode) {
 
 }  // namespace
 
-Handler BinOpDispatch::fetchBinOp(int opcode, int type) { return table.at(opcode, type).handlers.traced; }
+Handler BinOpDispatch::fetchBinOp(int opcode, int type) { return table.at(opcode, type).handler; }
 
 bool BinOpDispatch::dispatchBinOp(int opcode, int type, Context& context) {
   return fetchBinOp(opcode, type)(context) != OpOk;
@@ -121,7 +121,7 @@ bool BinOpDispatch::dispatchBinOp(int opcode, int type, Context& context) {
 
 void BinOpDispatch::installBinOp(Context& context, int opcode, int type) {
   const Entry& entry = table.at(opcode, type);
-  if (entry.handlers.traced == nullptr) {
+  if (entry.handler == nullptr) {
     std::cerr << "installBinOp failed installing op " << operationName(opcode) << "<"
               << typeNameOrUnknown(static_cast<TavroTypes>(type)) << ">" << std::endl;
     assertionFailed("false",
@@ -133,7 +133,7 @@ void BinOpDispatch::installBinOp(Context& context, int opcode, int type) {
              << " installing bindOp " << operationName(opcode) << "<"
              << typeNameOrUnknown(static_cast<TavroTypes>(type)) << ">";
       });
-  appendHandler(context, entry.handlers, entry.describe);
+  appendHandler(context, entry.number());
 }
 
 }  // namespace Tavro::TvRT

@@ -7,17 +7,17 @@ namespace Tavro::TvRT {
 unsigned int TvRTStringTable::add(const std::string& text) {
   const auto [entry, isNew] = toOid.try_emplace(text, 0U);
   if (!isNew) return entry->second;
+  toString.push_back(&entry->first);
   const unsigned int oid = nextOid.fetch_add(1);
   entry->second = oid;
-  toString.emplace(oid, text);
   return oid;
 }
 
 std::string TvRTStringTable::fetch(unsigned int oid) const {
   if (oid == 0) return "";
-  const auto entry = toString.find(oid);
-  if (entry == toString.end()) throw std::domain_error("string table lookup failed");
-  return entry->second;
+  if (oid < firstOid || oid - firstOid >= toString.size())
+    throw std::domain_error("string table lookup failed");
+  return *toString[oid - firstOid];
 }
 
 unsigned int TvRTStringTable::getOID(const std::string& text) const noexcept {
@@ -28,6 +28,7 @@ unsigned int TvRTStringTable::getOID(const std::string& text) const noexcept {
 void TvRTStringTable::clear() {
   toOid.clear();
   toString.clear();
+  firstOid = nextOid;
 }
 
 }  // namespace Tavro::TvRT

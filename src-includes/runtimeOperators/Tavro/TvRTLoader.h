@@ -82,6 +82,8 @@ class TAVRO_EXPORT Loader {
   unsigned int errors = 0;
   unsigned int warnings = 0;
   std::list<int> pending;
+  // Of the statement that is being assembled.
+  std::vector<TavroTypes> typeCodes;
   __kelpoDebug debug;
 };
 

@@ -81,15 +81,25 @@ template <typename Op>
 template <typename Op>
 inline constexpr Handlers handlersOf{&Op::template op<Trace::On>, &runPlain<Op>};
 
-inline void appendHandler(Context& context, const Handlers& handlers, Describe describeOp) {
-  const HandlerNumber number = HandlerTable::numberOf(handlers, describeOp);
+// The number of an instruction class, asked for once.
+template <typename Op>
+HandlerNumber handlerNumber() {
+  static const HandlerNumber number = HandlerTable::numberOf(handlersOf<Op>, &describe<Op>);
+  return number;
+}
+
+inline void appendHandler(Context& context, HandlerNumber number) {
   context.append(IStream::handlerSlotWidth, reinterpret_cast<const unsigned char*>(&number));
+}
+
+inline void appendHandler(Context& context, const Handlers& handlers, Describe describeOp) {
+  appendHandler(context, HandlerTable::numberOf(handlers, describeOp));
 }
 
 // Writes the instruction to the end of the stream and returns the offset of its operand block.
 template <typename Op>
 len_t installInstruction(Context& context, const Op& instruction, const char* source, int line) {
-  appendHandler(context, handlersOf<Op>, &describe<Op>);
+  appendHandler(context, handlerNumber<Op>());
   len_t offset = noOperandBlock;
   if constexpr (operandWidth<Op> != 0)
     offset = context.append(operandWidth<Op>, reinterpret_cast<const unsigned char*>(&instruction));

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Tavro/export.h"
 
@@ -25,7 +26,9 @@ class TAVRO_EXPORT TvRTStringTable {
 
  private:
   std::unordered_map<std::string, unsigned int> toOid;
-  std::unordered_map<unsigned int, std::string> toString;
+  // The texts of the OIDs from `firstOid` on; they are the keys of `toOid`.
+  std::vector<const std::string*> toString;
+  unsigned int firstOid = 1;
   std::atomic<unsigned int> nextOid{1};
 };
 
