@@ -68,7 +68,30 @@ double median(const std::vector<double>& values) { return quantile(values, 0.5);
 struct Ratio {
   std::string name;
   double value;
+  // How far apart the quartiles of the rounds' ratios lie, as a share of the ratio.
+  double spread;
 };
+
+// What our time is to be at most, as a share of the peer's. The highest of the ratios counts.
+struct Goal {
+  const char* name;
+  std::vector<std::string> ratios;
+  double limit;
+};
+
+const std::vector<Goal>& goals() {
+  static const std::vector<Goal> all{
+      {"dispatch", {"dispatch"}, 1.3},
+      {"oneshot", {"oneshot"}, 0.6},
+      {"oneshot-native", {"oneshot-native"}, 1.6},
+      {"standing", {"standing"}, 0.12},
+      {"standing-native", {"standing-native"}, 1.6},
+      {"lookup", {"lookup"}, 0.75},
+      {"load", {"load"}, 0.8},
+      {"rowops", {"index-hash", "index-less"}, 4},
+  };
+  return all;
+}
 
 // The contestants of one workload, ours first, and what each took in each round.
 class Match {
@@ -111,19 +134,43 @@ class Match {
     for (std::size_t i = 0; i < ours.nanoseconds.size(); ++i)
       ratios.push_back(ours.nanoseconds[i] / peer.nanoseconds[i]);
     const double ratio = median(ratios);
+    const double lower = quantile(ratios, 0.25);
+    const double upper = quantile(ratios, 0.75);
     std::cout << std::left << std::setw(24) << peer.entrant->ratio << std::setw(8) << peer.entrant->name
               << std::setw(12) << workload_.event << std::right << std::fixed << std::setprecision(2)
               << std::setw(10) << perEvent(ours) << std::setw(10) << perEvent(peer) << std::setw(9)
               << std::setprecision(1) << 1e3 / perEvent(ours) << std::setprecision(3) << std::setw(9) << ratio
-              << std::setw(9) << quantile(ratios, 0.25) << std::setw(9) << quantile(ratios, 0.75)
-              << std::endl;
-    return {peer.entrant->ratio, ratio};
+              << std::setw(9) << lower << std::setw(9) << upper << std::endl;
+    return {peer.entrant->ratio, ratio, (upper - lower) / ratio};
   }
 
   const Workload& workload_;
   Referee referee_;
   std::vector<Runner> runners_;
 };
+
+// How noisy the machine was.
+void reportNoise(const std::vector<Ratio>& ratios) {
+  std::vector<double> spreads;
+  for (const Ratio& ratio : ratios) spreads.push_back(ratio.spread);
+  const auto worst = std::max_element(spreads.begin(), spreads.end()) - spreads.begin();
+  std::cout << std::setprecision(1) << "noise: the quartiles of a ratio lie " << 100 * median(spreads)
+            << " % apart (median), at most " << 100 * spreads[static_cast<std::size_t>(worst)] << " % ("
+            << ratios[static_cast<std::size_t>(worst)].name << ")\n";
+}
+
+// A goal of which a ratio was not measured is left out.
+void reportGoal(const Goal& goal, const std::vector<Ratio>& ratios) {
+  double highest = 0;
+  for (const std::string& name : goal.ratios) {
+    const auto found = std::find_if(ratios.begin(), ratios.end(),
+                                    [&name](const Ratio& ratio) { return ratio.name == name; });
+    if (found == ratios.end()) return;
+    highest = std::max(highest, found->value);
+  }
+  std::cout << std::setprecision(3) << "goal " << goal.name << ' ' << highest << ' ' << std::setprecision(2)
+            << goal.limit << (highest <= goal.limit ? " met" : " short") << '\n';
+}
 
 void run(const Options& options) {
   std::vector<Match> matches;
@@ -145,6 +192,9 @@ void run(const Options& options) {
   }
   std::cout << '\n';
   for (const Ratio& ratio : ratios) std::cout << "ratio " << ratio.name << ' ' << ratio.value << '\n';
+  std::cout << '\n';
+  reportNoise(ratios);
+  for (const Goal& goal : goals()) reportGoal(goal, ratios);
 }
 
 }  // namespace
