@@ -16,11 +16,13 @@ namespace {
 
 constexpr const char* sourceName = "TvRTContext";
 
-// Appends the tokens between delimiters, less the empty ones, and returns how many there are now.
+// Appends the tokens between delimiters, less the empty ones, and returns how many there are now. Not by a
+// stream, which would take want of memory for the end of the text.
 std::size_t split(const std::string& text, char delimiter, std::vector<std::string>& tokens) {
-  std::istringstream in(text);
-  for (std::string token; std::getline(in, token, delimiter);)
-    if (!token.empty()) tokens.push_back(token);
+  for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+    end = std::min(text.find(delimiter, begin), text.size());
+    if (end > begin) tokens.push_back(text.substr(begin, end - begin));
+  }
   return tokens.size();
 }
 

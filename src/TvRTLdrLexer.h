@@ -4,10 +4,12 @@
 #include <FlexLexer.h>
 #endif
 
+#include <cstddef>
 #include <deque>
 #include <istream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "TvRTLdrParser.h"
@@ -31,8 +33,36 @@ class Pool {
   std::vector<T*> free_;
 };
 
-// Turns assembly text into tokens. The parser sets `yylval` before each call; names, numbers and strings
-// arrive there as texts, which the parser gives back.
+// Owns the memory that the generated scanners of this thread take while it lives. They know no want of memory
+// but to end the process; here it is an exception, and what a scanner loses sight of by it is released in the
+// end.
+class ScannerMemory {
+ public:
+  ScannerMemory() : former_(std::exchange(current_, this)) {}
+  ScannerMemory(const ScannerMemory&) = delete;
+  ScannerMemory& operator=(const ScannerMemory&) = delete;
+  ~ScannerMemory();
+
+  static ScannerMemory& current() { return *current_; }
+  void* allocate(std::size_t size);
+  void* reallocate(void* payload, std::size_t size);
+  static void release(void* payload) noexcept;
+
+ private:
+  // Stands before each payload.
+  struct alignas(std::max_align_t) Block {
+    Block* next;
+    Block* previous;
+  };
+  void* link(void* memory);
+
+  static thread_local ScannerMemory* current_;
+  ScannerMemory* former_;
+  Block first_{&first_, &first_};
+};
+
+// Turns assembly text into tokens. Lives within a ScannerMemory. The parser sets `yylval` before each call;
+// names, numbers and strings arrive there as texts, which the parser gives back.
 class Lexer : public yyFlexLexer {
  public:
   using Text = std::string;

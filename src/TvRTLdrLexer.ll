@@ -1,8 +1,10 @@
 /* Tokens of the assembly language. A NEWLINE token covers a whole run of line ends with the blank and comment
    lines between them, since the grammar takes exactly one between two statements. */
 %{
-#include <sstream>
-#include <string_view>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <utility>
 
 #include "TvRTLdrLexer.h"
 #include "Tavro/tvExceptions.h"
@@ -13,7 +15,17 @@ using Token = Asm::Parser::token;
 
 // The string that is being gathered. One for the process: a text that ends inside a string leaves what it has
 // gathered to the next string that any scanner finishes.
-std::stringstream stringBuffer;
+std::string stringBuffer;
+
+// What fails for want of memory leaves nothing behind.
+void gather(char byte) {
+  try {
+    stringBuffer += byte;
+  } catch (...) {
+    stringBuffer.clear();
+    throw;
+  }
+}
 
 }  // namespace
 
@@ -23,6 +35,7 @@ std::stringstream stringBuffer;
 
 %option c++ yyclass="Asm::Lexer" noyywrap nodefault nounput batch
 %option never-interactive nowarn full 8bit
+%option noyyalloc noyyrealloc noyyfree
 
 BLANK         [ \t]
 LINE_COMMENT  "//"[^\n]*
@@ -40,11 +53,11 @@ EOLS          ({BLANK}*\n)+
 {EOLS}                                    { return Token::NEWLINE; }
 [0-9]+|0x[0-9a-fA-F]+                     { yylval->text = newText({yytext, static_cast<std::size_t>(yyleng)}); return Token::NUMBER; }
 \"                                        { BEGIN(IN_STRING); }
-<IN_STRING>[^\t\n"\\]                     { stringBuffer.put(*yytext); }
-<IN_STRING>\n                             { stringBuffer << '\n'; }
-<IN_STRING>\t                             { stringBuffer << '\t'; }
-<IN_STRING>\\\"                           { stringBuffer << '"'; }
-<IN_STRING>\"                             { yylval->text = newText(stringBuffer.view()); stringBuffer.str(""); BEGIN(INITIAL); return Token::STRING; }
+<IN_STRING>[^\t\n"\\]                     { gather(*yytext); }
+<IN_STRING>\n                             { gather('\n'); }
+<IN_STRING>\t                             { gather('\t'); }
+<IN_STRING>\\\"                           { gather('"'); }
+<IN_STRING>\"                             { yylval->text = newText(std::exchange(stringBuffer, {})); BEGIN(INITIAL); return Token::STRING; }
 ">"                                       { return Token::GREATER; }
 "<"                                       { return Token::LESS; }
 ","                                       { return Token::COMMA; }
@@ -52,3 +65,45 @@ EOLS          ({BLANK}*\n)+
 .                                         { throw Tavro::TvRT::TvAssemblyException(std::string("Parse error: unrecognized input \"") + *yytext + "\""); }
 
 %%
+
+void* yyalloc(yy_size_t size) { return Asm::ScannerMemory::current().allocate(size); }
+void* yyrealloc(void* block, yy_size_t size) { return Asm::ScannerMemory::current().reallocate(block, size); }
+void yyfree(void* block) { Asm::ScannerMemory::release(block); }
+
+namespace Asm {
+
+thread_local ScannerMemory* ScannerMemory::current_ = nullptr;
+
+ScannerMemory::~ScannerMemory() {
+  while (first_.next != &first_) release(first_.next + 1);
+  current_ = former_;
+}
+
+void* ScannerMemory::link(void* memory) {
+  if (memory == nullptr) throw std::bad_alloc();
+  auto* const block = static_cast<Block*>(memory);
+  *block = {first_.next, &first_};
+  block->next->previous = first_.next = block;
+  return block + 1;
+}
+
+void* ScannerMemory::allocate(std::size_t size) { return link(std::malloc(sizeof(Block) + size)); }
+
+void* ScannerMemory::reallocate(void* payload, std::size_t size) {
+  Block* const block = static_cast<Block*>(payload) - 1;
+  void* const moved = std::realloc(static_cast<void*>(block), sizeof(Block) + size);
+  if (moved == nullptr) throw std::bad_alloc();
+  auto* const kept = static_cast<Block*>(moved);
+  kept->next->previous = kept->previous->next = kept;
+  return kept + 1;
+}
+
+void ScannerMemory::release(void* payload) noexcept {
+  if (payload == nullptr) return;
+  Block* const block = static_cast<Block*>(payload) - 1;
+  block->previous->next = block->next;
+  block->next->previous = block->previous;
+  std::free(block);
+}
+
+}  // namespace Asm

@@ -266,6 +266,7 @@ Context* Loader::processFile(std::istream& in) {
 }
 
 void Loader::parse(Context* context, std::istream& in) {
+  const Asm::ScannerMemory memory;
   Asm::Lexer lexer(in);
   Asm::Parser parser(lexer, *this, context);
   // A syntax error has been reported and ends the text; what stands before it is the program.
