@@ -335,8 +335,8 @@ inline OpResult runArrayTest(Context& context) {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_containsOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_containsOperation", "CT, ST", "contains<0>");
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
+      "tv_containsOperation", "CT, ST", "contains<0>");
   [[gnu::noinline]] static bool apply(const Array& l, const Array& r) { return l.contains(r); }
   template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
@@ -350,8 +350,8 @@ struct TAVRO_EXPORT tv_containsOperation {
 template <typename CT, typename ST>
 struct TAVRO_EXPORT tv_intersectsOperation {
   using Array = ArrayReference<CT>;
-  static constexpr auto shape =
-      declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>("tv_intersectsOperation", "CT, ST", "intersects<0>");
+  static constexpr auto shape = declareOp<Types<CT, ST>, Types<Array, Array>, Types<bool>>(
+      "tv_intersectsOperation", "CT, ST", "intersects<0>");
   [[gnu::noinline]] static bool apply(const Array& l, const Array& r) { return l.intersects(r); }
   template <Trace trace = Trace::On>
   static OpResult op(Context& context) {
