@@ -3,24 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "hash.h"
+
 namespace Tavro {
-namespace {
-
-std::uint64_t mix(std::uint64_t hash, std::uint64_t word) {
-  hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
-  return hash ^ hash >> 32;
-}
-
-std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
-  std::uint64_t hash = mix(0, length);
-  for (; length >= sizeof hash; bytes += sizeof hash, length -= sizeof hash)
-    hash = mix(hash, loadBytes<std::uint64_t>(bytes));
-  std::uint64_t rest = 0;
-  std::memcpy(&rest, bytes, length);
-  return mix(hash, rest);
-}
-
-}  // namespace
 
 ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
                            len_t fixedLength)

@@ -29,6 +29,9 @@ class IndexBase {
   // The first entry that matches `key`, or null. Throws TvNullRow, and TvOutOfRange for a key that the index
   // does not take.
   virtual IndexEntry* find(const BaseRow& key) = 0;
+  // The same, for a row that is about to be inserted or deleted. A client's lookups may be worth preparing
+  // for, which makes every change dearer.
+  virtual IndexEntry* findForChange(const BaseRow& row) { return find(row); }
   // The first entry that is not less than `key`, or null. Throws as `find`, and std::runtime_error in an
   // index without an order.
   virtual IndexEntry* lowerBound(const BaseRow& key) = 0;

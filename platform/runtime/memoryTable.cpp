@@ -131,7 +131,7 @@ unsigned MemoryTable::add(const std::function<std::unique_ptr<IndexBase>(unsigne
   for (IndexEntry* const first : rows) {
     IndexEntry* last = first;
     while (last->inNextIndex != first) last = last->inNextIndex;
-    if (added->isUnique() && added->find(first->row) != nullptr)
+    if (added->isUnique() && added->findForChange(first->row) != nullptr)
       throw std::invalid_argument("table " + name_ + ": index " + std::to_string(number) +
                                   " admits one row per key, but two rows have one");
     IndexEntry* const entry = added->insert(first->row, first->arrival);
@@ -193,7 +193,7 @@ void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
 
 void MemoryTable::remove(const BaseRow& row) {
   if (row.isNull() || !indexes_.front()->takes(row)) return;
-  IndexEntry* const entry = indexes_.front()->find(row);
+  IndexEntry* const entry = indexes_.front()->findForChange(row);
   if (entry == nullptr) return;
   Announcement news(readers_);
   news.add(Change::Kind::deleted, entry->row);
@@ -225,7 +225,7 @@ MemoryTable::Meeting MemoryTable::meet(const BaseRow& row, IndexEntry* stored) c
   Meeting met{stored, {}};
   for (std::size_t i = 0; i < indexes_.size(); ++i) {
     if (!indexes_[i]->isUnique()) continue;
-    IndexEntry* const found = indexes_[i]->find(row);
+    IndexEntry* const found = indexes_[i]->findForChange(row);
     if (found == nullptr) continue;
     IndexEntry* const entry = inFirstIndex(*found, i);
     if (met.entry != nullptr && met.entry != entry)

@@ -15,22 +15,32 @@ IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
   encoder_.append(row, key);
   if (!isUnique()) key.appendNumber(arrival);
   IndexEntry::Owner entry = IndexEntry::make(row, arrival, key.key());
+  if (hasLookup_) byKey_.reserve();
   IndexEntry* const behind = tree_.insert(*entry);
+  if (hasLookup_) byKey_.insert(*entry);
   return link(std::move(entry), behind);
 }
 
 IndexEntry* OrderedIndex::find(const BaseRow& row) {
   KeyBuffer key;
   encodeProbe(row, key);
-  if (isUnique()) {
-    IndexEntry* const found = tree_.lowerBound(key.key());
-    return found != nullptr && found->key() == key.key() ? found : nullptr;
-  }
-  key.appendNumber(0);
+  if (isUnique() && !hasLookup_) buildLookup();
+  return find(key);
+}
+
+IndexEntry* OrderedIndex::findForChange(const BaseRow& row) {
+  KeyBuffer key;
+  encodeProbe(row, key);
+  return find(key);
+}
+
+IndexEntry* OrderedIndex::find(KeyBuffer& key) const {
+  if (hasLookup_) return byKey_.find(key.key());
+  if (!isUnique()) key.appendNumber(0);
   IndexEntry* const found = tree_.lowerBound(key.key());
   if (found == nullptr) return nullptr;
   // Equal columns: the key differs in the number of arrival alone.
-  key.lastNumberIs(found->arrival);
+  if (!isUnique()) key.lastNumberIs(found->arrival);
   return found->key() == key.key() ? found : nullptr;
 }
 
@@ -38,6 +48,24 @@ IndexEntry* OrderedIndex::lowerBound(const BaseRow& row) {
   KeyBuffer key;
   encodeProbe(row, key);
   return tree_.lowerBound(key.key());
+}
+
+void OrderedIndex::forget(IndexEntry& entry) noexcept {
+  tree_.erase(entry);
+  if (hasLookup_) byKey_.erase(entry);
+}
+
+void OrderedIndex::buildLookup() {
+  try {
+    for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) {
+      byKey_.reserve();
+      byKey_.insert(*entry);
+    }
+  } catch (...) {
+    byKey_.clear();
+    throw;
+  }
+  hasLookup_ = true;
 }
 
 void OrderedIndex::encodeProbe(const BaseRow& row, KeyBuffer& key) const {

@@ -6,6 +6,7 @@
 #include "entryTree.h"
 #include "index.h"
 #include "keyEncoder.h"
+#include "keyedEntries.h"
 #include "rowShape.h"
 
 namespace Tavro {
@@ -19,11 +20,15 @@ class OrderedIndex : public IndexBase {
   bool takes(const BaseRow& row) const override { return shape_.fits(row); }
   IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override;
   IndexEntry* find(const BaseRow& key) override;
+  IndexEntry* findForChange(const BaseRow& row) override;
   IndexEntry* lowerBound(const BaseRow& key) override;
 
  private:
-  void forget(IndexEntry& entry) noexcept override { tree_.erase(entry); }
+  void forget(IndexEntry& entry) noexcept override;
 
+  void buildLookup();
+  // The first entry whose columns are those of `key`, or null.
+  IndexEntry* find(KeyBuffer& key) const;
   // Checks `row` and appends the part of its key that its columns make.
   void encodeProbe(const BaseRow& row, KeyBuffer& key) const;
 
@@ -31,6 +36,9 @@ class OrderedIndex : public IndexBase {
   KeyEncoder encoder_;
   // Where equal rows are admitted, the number of arrival stands behind the columns in every key.
   EntryTree tree_;
+  // The same entries for `find`, in a unique index, once the first lookup has asked for it.
+  KeyedEntries byKey_;
+  bool hasLookup_ = false;
 };
 
 }  // namespace Tavro
