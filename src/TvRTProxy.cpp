@@ -36,6 +36,11 @@ void traceEvent(int line, const char* function, const Write& write) {
   Kelpo::trace(proxyDebugHandler, traceEvents, sourceName, line, function, write);
 }
 
+[[noreturn]] void throwNoInput(len_t index, const char* what) {
+  throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
+                          std::to_string(index));
+}
+
 unsigned int classRowType(const std::string& name) {
   const BaseRow metadata = TavroDB::tvClass(name);
   return metadata.isNull() ? unknownRowType : loadBytes<std::uint32_t>(metadata.rowBuf() + tv_classIdOffset);
@@ -230,9 +235,7 @@ void Proxy::outputBlock(bool blocked) {
 }
 
 TvTableInterface& Proxy::input(len_t index, const char* what) const {
-  if (index >= inputs.size() || inputs[index] == nullptr)
-    throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
-                            std::to_string(index));
+  if (index >= inputs.size() || inputs[index] == nullptr) throwNoInput(index, what);
   return *inputs[index];
 }
 
@@ -249,9 +252,7 @@ void Proxy::typeKey(len_t index, BaseRow& key) const {
 BaseRow Proxy::fetchRow(len_t index, BaseRow key, len_t indexNum) {
   const TvTableInterface& table = input(index, "input row");
   typeKey(index, key);
-  const auto number = static_cast<unsigned char>(indexNum);
-  const TvRowIterator found = table.find(key, number);
-  return found != table.end(number) ? *found : BaseRow();
+  return *table.find(key, static_cast<unsigned char>(indexNum));
 }
 
 void Proxy::lower_bound(len_t index, BaseRow key, len_t indexNum) {
@@ -266,11 +267,10 @@ void Proxy::begin(len_t index, len_t indexNum) {
 }
 
 BaseRow Proxy::nextRow(len_t index) {
-  const TvTableInterface& table = input(index, "table");
-  VtiCtrl& cursor = rowIters[index];
-  if (cursor.iter == table.end(static_cast<unsigned char>(cursor.indexNum))) return BaseRow();
-  BaseRow row = *cursor.iter;
-  ++cursor.iter;
+  input(index, "table");
+  TvRowIterator& cursor = rowIters[index].iter;
+  BaseRow row = *cursor;
+  ++cursor;
   return row;
 }
 
