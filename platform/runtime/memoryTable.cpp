@@ -84,6 +84,7 @@ MemoryTable::MemoryTable(std::string name, unsigned short rowType, std::vector<t
     indexes_.push_back(std::make_unique<OrderedIndex>(0U, keys, fixedLength_, true));
   else
     indexes_.push_back(std::make_unique<ArrivalIndex>(0U, columns_, fixedLength_));
+  hasUnique_ = hasKey_;
   entries_.resize(1);
 }
 
@@ -141,6 +142,7 @@ unsigned MemoryTable::add(const std::function<std::unique_ptr<IndexBase>(unsigne
   entries_.reserve(number + 1);
   indexes_.push_back(std::move(added));
   entries_.resize(number + 1);
+  hasUnique_ |= indexes_.back()->isUnique();
   for (const auto& [last, entry] : joints) last->inNextIndex = entry;
   return number;
 }
@@ -173,7 +175,7 @@ void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
   shape_.require(row);
   requireRoom(writer);
   Announcement news(readers_);
-  const Meeting met = meet(row, nullptr);
+  const Meeting met = hasUnique_ ? meet(row, nullptr) : Meeting{nullptr, {}};
   if (met.entry == nullptr) {
     news.add(Change::Kind::inserted, row);
     put(row);
@@ -323,8 +325,8 @@ std::size_t MemoryTable::undelivered() const {
   return most;
 }
 
-void MemoryTable::requireRoom(InterfaceState& writer) {
-  if (capacity_ == 0 || undelivered() < capacity_) return;
+void MemoryTable::requireRoomWithin(InterfaceState& writer) {
+  if (undelivered() < capacity_) return;
   writer.blockedIs(true);
   ++refusals_;
   throw TvMaxRowsExceeded("table " + name_ + ": " + std::to_string(capacity_) +

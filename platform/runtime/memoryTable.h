@@ -77,7 +77,10 @@ class MemoryTable final : public Table {
 
   unsigned add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make);
   std::vector<tvMetadata::tvColumn> columnsNamed(const std::vector<std::string>& names) const;
-  void requireRoom(InterfaceState& writer);
+  void requireRoom(InterfaceState& writer) {
+    if (capacity_ != 0) requireRoomWithin(writer);
+  }
+  void requireRoomWithin(InterfaceState& writer);
   std::size_t undelivered() const;
 
   IndexEntry* inFirstIndex(IndexEntry& entry, std::size_t index) const;
@@ -97,6 +100,8 @@ class MemoryTable final : public Table {
   bool hasKey_ = false;
 
   std::vector<std::unique_ptr<IndexBase>> indexes_;
+  // An inserted row can meet a stored one.
+  bool hasUnique_ = false;
   // The entries, one for each index, of the row that is being put in.
   std::vector<IndexEntry*> entries_;
   TvPtr<RowOpsBase> autoUpdate_;

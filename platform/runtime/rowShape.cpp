@@ -48,15 +48,12 @@ RowShape::RowShape(const std::vector<tvMetadata::tvColumn>& columns, len_t fixed
   }
 }
 
-bool RowShape::fits(const BaseRow& row) const { return row.length() >= end_ && misfit(row) == nullptr; }
-
-void RowShape::require(const BaseRow& row) const {
+void RowShape::throwMisfit(const BaseRow& row) const {
   if (row.length() < end_)
     throw TvOutOfRange("table " + tableName_ + ": row of " + std::to_string(row.length()) +
                        " bytes does not fit, fixed length is " + std::to_string(fixedLength_));
-  if (const tvMetadata::tvColumn* const column = misfit(row))
-    throw TvOutOfRange("table " + tableName_ + ": column '" + column->columnName() +
-                       "' reaches beyond its row of " + std::to_string(row.length()) + " bytes");
+  throw TvOutOfRange("table " + tableName_ + ": column '" + misfit(row)->columnName() +
+                     "' reaches beyond its row of " + std::to_string(row.length()) + " bytes");
 }
 
 const tvMetadata::tvColumn* RowShape::misfit(const BaseRow& row) const {

@@ -22,11 +22,17 @@ class RowShape {
   RowShape(const std::vector<tvMetadata::tvColumn>& columns, len_t fixedLength);
 
   // `row` must not be null.
-  bool fits(const BaseRow& row) const;
+  bool fits(const BaseRow& row) const {
+    return row.length() >= end_ && (variable_.empty() || misfit(row) == nullptr);
+  }
   // Throws TvOutOfRange with the table and what does not fit.
-  void require(const BaseRow& row) const;
+  void require(const BaseRow& row) const {
+    if (!fits(row)) [[unlikely]]
+      throwMisfit(row);
+  }
 
  private:
+  [[noreturn]] void throwMisfit(const BaseRow& row) const;
   const tvMetadata::tvColumn* misfit(const BaseRow& row) const;
 
   std::string tableName_;
