@@ -51,10 +51,9 @@ class InterfaceState {
   std::size_t undelivered() const { return backlog_.insertions(); }
 
   // A writer's state of blocking, as its table changes it.
-  bool isBlocked() const { return blocked_; }
+  void blockedIs(bool blocked) noexcept;
   // True from a refused row until the writer is told that it can go on.
   bool isHeld() const { return blocked_ || noticesDue_ > 0; }
-  void blockedIs(bool blocked) noexcept;
   // True while a reader that belongs to another client than `writer` has not asked for changes yet.
   bool isToComeFor(const Client* writer) const;
   // Whether a writer has filled its table.

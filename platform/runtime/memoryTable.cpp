@@ -328,16 +328,16 @@ std::size_t MemoryTable::undelivered() const {
 void MemoryTable::requireRoomWithin(InterfaceState& writer) {
   if (undelivered() < capacity_) return;
   writer.blockedIs(true);
+  hasBlocked_ = true;
   ++refusals_;
   throw TvMaxRowsExceeded("table " + name_ + ": " + std::to_string(capacity_) +
                           " rows wait to be read, it can take no more");
 }
 
 // Writers go on once a quarter of a large capacity is free, since every stop costs them a suspended run.
-void MemoryTable::considerRoom() noexcept {
-  if (std::none_of(writers_.begin(), writers_.end(), [](const InterfaceState* w) { return w->isBlocked(); }))
-    return;
+void MemoryTable::unblockWriters() noexcept {
   if (capacity_ != 0 && undelivered() + std::max<std::size_t>(1, capacity_ / 4) > capacity_) return;
+  hasBlocked_ = false;
   for (InterfaceState* const writer : writers_) writer->blockedIs(false);
 }
 

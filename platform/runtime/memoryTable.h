@@ -60,7 +60,9 @@ class MemoryTable final : public Table {
   void disconnect(InterfaceState& interface) noexcept;
   // Tells blocked writers that they can go on, if so. Called when a reader has been told of something or has
   // gone.
-  void considerRoom() noexcept;
+  void considerRoom() noexcept {
+    if (hasBlocked_) unblockWriters();
+  }
 
  private:
   static constexpr std::size_t maxIndexes = 256;
@@ -80,6 +82,7 @@ class MemoryTable final : public Table {
   void requireRoom(InterfaceState& writer) {
     if (capacity_ != 0) requireRoomWithin(writer);
   }
+  void unblockWriters() noexcept;
   void requireRoomWithin(InterfaceState& writer);
   std::size_t undelivered() const;
 
@@ -110,6 +113,8 @@ class MemoryTable final : public Table {
 
   std::size_t capacity_ = 0;
   std::size_t refusals_ = 0;
+  // A writer may be blocked.
+  bool hasBlocked_ = false;
   std::size_t fillers_ = 0;
   std::vector<InterfaceState*> readers_;
   std::vector<InterfaceState*> writers_;

@@ -57,17 +57,16 @@ void RunQueue::resumeAll() noexcept {
   while (parked_.first != nullptr) resume(*parked_.first);
 }
 
-Schedulable& RunQueue::next() {
+Schedulable& RunQueue::randomOne() {
   Schedulable* object = runnable_.first;
-  if (random_)
-    for (std::size_t skipped = (*random_)() % runnable_.size; skipped > 0; --skipped) object = object->next_;
+  for (std::size_t skipped = (*random_)() % runnable_.size; skipped > 0; --skipped) object = object->next_;
   return *object;
 }
 
 bool RunQueue::step() {
   if (inStep_) return false;
   while (runnable_.first != nullptr) {
-    Schedulable& object = next();
+    Schedulable& object = random_ ? randomOne() : *runnable_.first;
     unlist(object);
     // It may have been stopped since it was put there.
     if (!object.runnable()) continue;

@@ -49,7 +49,7 @@ class RunQueue {
   }
   void enlist(Schedulable& object, Schedulable::Place place) noexcept;
   void unlist(Schedulable& object) noexcept;
-  Schedulable& next();
+  Schedulable& randomOne();
 
   List runnable_;
   List parked_;
