@@ -59,7 +59,8 @@ void RunQueue::resumeAll() noexcept {
 
 Schedulable& RunQueue::randomOne() {
   Schedulable* object = runnable_.first;
-  for (std::size_t skipped = (*random_)() % runnable_.size; skipped > 0; --skipped) object = object->next_;
+  for (auto skipped = static_cast<std::size_t>((*random_)() % runnable_.size); skipped > 0; --skipped)
+    object = object->next_;
   return *object;
 }
 
