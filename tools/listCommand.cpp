@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <ranges>
 #include <sstream>
 
 #include "Tavro/TvRTStack.h"
@@ -90,7 +89,7 @@ std::string entryText(const StackEntry& entry) {
 // "int64_t int64_t -> bool", the topmost on the right of each side.
 std::string effectText(const InstructionInfo& info) {
   std::string text;
-  for (const StackEntry& entry : std::views::reverse(info.pops)) text += entryText(entry) + " ";
+  for (std::size_t i = info.pops.size(); i-- > 0;) text += entryText(info.pops[i]) + " ";
   text += "->";
   for (const StackEntry& entry : info.pushes) text += " " + entryText(entry);
   return text;
