@@ -10,6 +10,8 @@ namespace Tavro {
 struct Change {
   enum class Kind : unsigned char { inserted, deleted, ended };
 
+  Change(Kind what, const BaseRow& of) : kind(what), row(of) {}
+
   Kind kind;
   // Null for the end-of-data mark.
   BaseRow row;
@@ -19,11 +21,10 @@ struct Change {
 // when they are settled: what fails half way is withdrawn.
 class Backlog {
  public:
-  void stage(Change change) {
-    const bool isInsertion = change.kind == Change::Kind::inserted;
-    changes_.push_back(std::move(change));
+  void stage(Change::Kind kind, const BaseRow& row) {
+    changes_.emplace_back(kind, row);
     ++staged_;
-    insertions_ += isInsertion ? 1 : 0;
+    insertions_ += kind == Change::Kind::inserted ? 1 : 0;
   }
   void settle() noexcept { staged_ = 0; }
   void withdraw() noexcept {

@@ -68,7 +68,7 @@ void InterfaceState::deactivate() {
 }
 
 void InterfaceState::stage(Change::Kind kind, const BaseRow& row) {
-  if (phase_ != Phase::bound && hasHandler(kind)) backlog_.stage({kind, row});
+  if (phase_ != Phase::bound && hasHandler(kind)) backlog_.stage(kind, row);
 }
 
 void InterfaceState::settle() noexcept {

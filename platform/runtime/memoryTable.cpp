@@ -268,8 +268,14 @@ void MemoryTable::tieEntries() noexcept {
 }
 
 void MemoryTable::put(const BaseRow& row) {
-  prepareEntries(row, {});
-  tieEntries();
+  if (indexes_.size() == 1) {
+    IndexEntry* const entry = indexes_.front()->insert(row, arrivals_ + 1);
+    entry->inNextIndex = entry;
+    ++arrivals_;
+  } else {
+    prepareEntries(row, {});
+    tieEntries();
+  }
   ++size_;
 }
 
