@@ -9,21 +9,19 @@ import argparse
 import bisect
 import csv
 import functools
-import importlib.util
 import ipaddress
 import itertools
 import pathlib
+import runpy
 import sys
+import types
 
 HEADER = ["op", "country string_t", "flows uint64_t", "bytes uint64_t", "largest uint64_t"]
 
 
 def checker_of(example):
     path = pathlib.Path(__file__).resolve().parent.parent / example / "checkAnswer.py"
-    spec = importlib.util.spec_from_file_location(example, path)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
+    return types.SimpleNamespace(**runpy.run_path(str(path)))
 
 
 def number_of(address):

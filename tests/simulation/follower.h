@@ -37,7 +37,7 @@ inline std::string textOf(const Row& row) {
 class Follower {
  public:
   // `isLate` when the end of data may have been told before.
-  Follower(Database& database, const TableSpec& table, bool isLate)
+  Follower(Database& database, const TablePlan& table, bool isLate)
       : table_(table),
         isLate_(isLate),
         client_(database, [this](const std::exception_ptr&) { ++failures_; }) {
@@ -92,7 +92,7 @@ class Follower {
   // Some writer has been told that it can go on: what was refused will be told again.
   void writerGoesOn() { hasRefused_ = false; }
 
-  const TableSpec& table() const { return table_; }
+  const TablePlan& table() const { return table_; }
   const std::vector<Row>& copy() const { return copy_; }
   // What is wrong with what it has been told; empty for nothing.
   const std::string& problem() const { return problem_; }
@@ -133,7 +133,7 @@ class Follower {
     if (problem_.empty()) problem_ = "the follower of " + table_.name + " was " + text;
   }
 
-  const TableSpec table_;
+  const TablePlan table_;
   const bool isLate_;
   std::vector<Row> copy_;
   std::string problem_;

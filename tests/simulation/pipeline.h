@@ -37,7 +37,7 @@ inline constexpr int values = 64;
 // How far from a row the copy is that `expand` makes of it.
 inline constexpr int copyDistance = 512;
 
-struct TableSpec {
+struct TablePlan {
   std::string name;
   bool hasKey;
   unsigned capacity;  // 0 for none
@@ -61,7 +61,7 @@ inline constexpr int none = -1;
 // - expand: the row and a copy under another key.
 // - join: the row with the value of the row in table `lookup` whose key is the row's value, whichever of the
 //   two comes first.
-struct OperatorSpec {
+struct OperatorPlan {
   Kind kind;
   std::size_t in, out;
   std::size_t lookup;  // that of `in` for none
@@ -82,12 +82,12 @@ struct Pipeline {
   bool startsQuietly;
   // Operators belong to no client, and nothing is ever deleted.
   bool isBare;
-  std::vector<TableSpec> tables;
-  std::vector<OperatorSpec> operators;
+  std::vector<TablePlan> tables;
+  std::vector<OperatorPlan> operators;
 };
 
 Pipeline makePipeline(Random& random);
-std::string programOf(const Pipeline& pipeline, const OperatorSpec& spec);
+std::string programOf(const Pipeline& pipeline, const OperatorPlan& plan);
 // Its tables, operators and programs.
 std::string describe(const Pipeline& pipeline);
 

@@ -17,8 +17,8 @@ struct Change {
 class Reference {
  public:
   explicit Reference(const Pipeline& pipeline) {
-    for (const TableSpec& spec : pipeline.tables) tables_.push_back({spec, {}});
-    for (const OperatorSpec& spec : pipeline.operators) operators_.push_back({spec});
+    for (const TablePlan& plan : pipeline.tables) tables_.push_back({plan, {}});
+    for (const OperatorPlan& plan : pipeline.operators) operators_.push_back({plan});
   }
 
   // In the order of the key or of arrival.
@@ -29,15 +29,15 @@ class Reference {
   void apply(std::size_t table, const Change& change) {
     for (const Change& told : changed(tables_[table], change))
       for (OperatorState& reader : operators_)
-        if (reader.lives() && !reader.spec.isOneShot) react(reader, table, told);
+        if (reader.lives() && !reader.plan.isOneShot) react(reader, table, told);
   }
 
   // The end of data of one of the table's writers.
   void end(std::size_t table) {
     TableState& ended = tables_[table];
-    ended.hasEnded = ++ended.ends == ended.spec.fillers;
+    ended.hasEnded = ++ended.ends == ended.plan.fillers;
     for (OperatorState& reader : operators_)
-      if (reader.spec.isOneShot && hasEnded(reader.spec.in) && hasEnded(reader.spec.lookup)) runOnce(reader);
+      if (reader.plan.isOneShot && hasEnded(reader.plan.in) && hasEnded(reader.plan.lookup)) runOnce(reader);
   }
 
   // The operator is no more.
@@ -45,13 +45,13 @@ class Reference {
 
  private:
   struct TableState {
-    TableSpec spec;
+    TablePlan plan;
     std::vector<Row> rows;
     unsigned ends = 0;
     bool hasEnded = false;
   };
   struct OperatorState {
-    OperatorSpec spec;
+    OperatorPlan plan;
     bool hasFailed = false;
     bool isGone = false;
     bool hasRun = false;
@@ -61,7 +61,7 @@ class Reference {
   // Makes the change and returns what readers hear of it.
   static std::vector<Change> changed(TableState& table, const Change& change) {
     std::vector<Row>& rows = table.rows;
-    const bool hasKey = table.spec.hasKey;
+    const bool hasKey = table.plan.hasKey;
     std::vector<Change> told;
     const auto named = std::find_if(rows.begin(), rows.end(), [&](const Row& row) {
       return hasKey ? row.key == change.row.key : !change.isInsertion && row == change.row;
@@ -77,40 +77,40 @@ class Reference {
   }
 
   void react(OperatorState& reader, std::size_t table, const Change& change) {
-    const OperatorSpec& spec = reader.spec;
-    if (table == spec.in)
-      change.isInsertion ? emit(reader, change.row) : apply(spec.out, change);
-    else if (table == spec.lookup)
-      for (const Row& row : rows(spec.in))
-        if (row.value == change.row.key) apply(spec.out, {true, {row.key, change.row.value}});
+    const OperatorPlan& plan = reader.plan;
+    if (table == plan.in)
+      change.isInsertion ? emit(reader, change.row) : apply(plan.out, change);
+    else if (table == plan.lookup)
+      for (const Row& row : rows(plan.in))
+        if (row.value == change.row.key) apply(plan.out, {true, {row.key, change.row.value}});
   }
 
   void emit(OperatorState& reader, const Row& row) {
-    const OperatorSpec& spec = reader.spec;
-    reader.hasFailed = row.value == spec.poison;
+    const OperatorPlan& plan = reader.plan;
+    reader.hasFailed = row.value == plan.poison;
     if (reader.hasFailed) return;
-    switch (spec.kind) {
+    switch (plan.kind) {
       case Kind::filter:
-        if (row.value < spec.constant || spec.deletesRest) apply(spec.out, {row.value < spec.constant, row});
+        if (row.value < plan.constant || plan.deletesRest) apply(plan.out, {row.value < plan.constant, row});
         break;
       case Kind::project:
-        apply(spec.out, {true, {row.key, (row.value + spec.constant) % values}});
+        apply(plan.out, {true, {row.key, (row.value + plan.constant) % values}});
         break;
       case Kind::expand:
-        apply(spec.out, {true, row});
-        apply(spec.out, {true, {row.key + copyDistance, row.value}});
+        apply(plan.out, {true, row});
+        apply(plan.out, {true, {row.key + copyDistance, row.value}});
         break;
       case Kind::join:
-        for (const Row& found : rows(spec.lookup))
-          if (found.key == row.value) apply(spec.out, {true, {row.key, found.value}});
+        for (const Row& found : rows(plan.lookup))
+          if (found.key == row.value) apply(plan.out, {true, {row.key, found.value}});
     }
   }
 
   void runOnce(OperatorState& reader) {
     if (std::exchange(reader.hasRun, true)) return;
-    for (const Row& row : rows(reader.spec.in))
+    for (const Row& row : rows(reader.plan.in))
       if (reader.lives()) emit(reader, row);
-    if (reader.lives()) end(reader.spec.out);
+    if (reader.lives()) end(reader.plan.out);
   }
 
   std::vector<TableState> tables_;

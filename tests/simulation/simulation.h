@@ -28,7 +28,7 @@ class Simulation {
 
   explicit Simulation(std::uint64_t seed) : random_(seed) {
     if (!keepsOrder(seed)) database_.scheduler().seedIs(seed);
-    for (const TableSpec& spec : pipeline_.tables) addTable(spec);
+    for (const TablePlan& plan : pipeline_.tables) addTable(plan);
   }
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
@@ -78,17 +78,17 @@ class Simulation {
     fail(what);
   }
 
-  void addTable(const TableSpec& spec) {
-    Table& table = database_.createTable(spec.name, {{"k", TypeInt32, false, spec.hasKey}, {"v", TypeInt32}});
-    table.capacityIs(spec.capacity);
-    table.fillerCountIs(spec.fillers);
+  void addTable(const TablePlan& plan) {
+    Table& table = database_.createTable(plan.name, {{"k", TypeInt32, false, plan.hasKey}, {"v", TypeInt32}});
+    table.capacityIs(plan.capacity);
+    table.fillerCountIs(plan.fillers);
     const auto block = [this](bool isBlocked) {
       for (const auto& follower : followers_)
         if (!isBlocked) follower->writerGoesOn();
     };
     writers_.push_back(std::make_unique<TvTableInterface>("writer", "", TvTableInterface::writeMode, nullptr,
                                                           nullptr, nullptr, block));
-    database_.bindInterface(*writers_.back(), spec.name);
+    database_.bindInterface(*writers_.back(), plan.name);
   }
 
   // A reader behind another is enabled first: then it is ready before the other writes anything.
@@ -107,12 +107,12 @@ class Simulation {
   void enable(std::size_t number) {
     std::erase(notEnabled_, number);
     log_.push_back("enable operator " + std::to_string(number));
-    const OperatorSpec& spec = pipeline_.operators[number];
+    const OperatorPlan& plan = pipeline_.operators[number];
     const std::string path =
         std::filesystem::temp_directory_path() / ("simulate." + std::to_string(getpid()) + ".tva");
-    std::ofstream(path) << programOf(pipeline_, spec);
+    std::ofstream(path) << programOf(pipeline_, plan);
     Host& host = hosts_[number];
-    host.proxy = TvRT::Proxy::factory(path, !spec.isOneShot);
+    host.proxy = TvRT::Proxy::factory(path, !plan.isOneShot);
     std::remove(path.c_str());
     if (pipeline_.isBare) return host.proxy->enable();
     host.client =
@@ -193,9 +193,9 @@ class Simulation {
   }
 
   void endSource(std::size_t table) {
-    const TableSpec& spec = pipeline_.tables[table];
-    if (spec.fillers == 0 || !spec.isSource || ended_[table]) return;
-    log_.push_back("end of " + spec.name);
+    const TablePlan& plan = pipeline_.tables[table];
+    if (plan.fillers == 0 || !plan.isSource || ended_[table]) return;
+    log_.push_back("end of " + plan.name);
     ended_[table] = true;
     BaseRow mark;
     writers_[table]->rowIs(mark);
@@ -235,7 +235,7 @@ class Simulation {
     for (const auto& follower : followers_) checkEnd(*follower);
   }
 
-  std::size_t numberOf(const TableSpec& table) const {
+  std::size_t numberOf(const TablePlan& table) const {
     std::size_t number = 0;
     while (pipeline_.tables[number].name != table.name) ++number;
     return number;
@@ -245,7 +245,7 @@ class Simulation {
   // A listening follower has been told all that there is when the scheduler is idle.
   void checkFollower(const Follower& follower, bool isIdle) {
     if (!follower.problem().empty()) fail(follower.problem());
-    const TableSpec& table = follower.table();
+    const TablePlan& table = follower.table();
     const std::size_t size = database_.findTable(table.name)->size();
     if (table.capacity != 0 && !follower.isGone() && size > follower.copy().size() + table.capacity)
       fail(table.name + " holds more rows untold than its capacity");
@@ -264,7 +264,7 @@ class Simulation {
   }
 
   void checkEnd(const Follower& follower) {
-    const TableSpec& table = follower.table();
+    const TablePlan& table = follower.table();
     const unsigned ends = reference_.hasEnded(numberOf(table)) ? 1 : 0;
     if (table.fillers != 0 && !follower.isGone() && !follower.hasHeardEnds(ends))
       fail("a follower of " + table.name + " was told of the end of data too often or not at all");
