@@ -56,24 +56,26 @@ void Context::clear(bool full) {
 
 Context::ContextState Context::execute() {
   running = true;
+  unsigned pc = stream.programCounter();
   while (running) {
-    const len_t ppc = stream.programCounter();
-    // Asked anew for every instruction: a level may be turned on while a program runs.
-    const OpResult result =
-        Kelpo::DebugHandler::anyLevelOn() ? executeTraced() : stream.executeAtPC<Trace::Off>(*this);
-    if (result != OpOk) [[unlikely]]
-      return endRun(ppc, result);
+    // Asked anew for every instruction: a level may be turned on while a program runs. And the handlers with
+    // trace sites mind where they read, which those without do not behind the stream.
+    const bool isPlain = !Kelpo::DebugHandler::anyLevelOn() && stream.isWithinCapacity(pc);
+    const PlainOutcome outcome = isPlain ? stream.executePlain(*this, pc) : executeTraced();
+    if (!outcome.isOk()) [[unlikely]]
+      return endRun(static_cast<len_t>(pc), outcome.result());
+    pc = outcome.pc();
   }
   return Ready;
 }
 
-OpResult Context::executeTraced() {
+PlainOutcome Context::executeTraced() {
   const len_t ppc = stream.programCounter();
-  const OpResult result = stream.executeAtPC<Trace::On>(*this);
+  const OpResult result = stream.executeAtPC(*this);
   if (result == OpOk)
     Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "execute", executeSignature,
                  " ppc: ", ppc);
-  return result;
+  return {result, stream.programCounter()};
 }
 
 Context::ContextState Context::endRun(len_t ppc, OpResult result) {

@@ -18,9 +18,10 @@ OpResult noInstruction(Context& context) {
   throw TvOutOfRange("no instruction at istream offset " + std::to_string(offset));
 }
 
-constexpr std::array<Handlers, HandlerTable::capacity> allUnused() {
-  std::array<Handlers, HandlerTable::capacity> table{};
-  table.fill(&noInstruction);
+template <typename AnyHandler>
+constexpr std::array<AnyHandler, HandlerTable::capacity> filledWith(AnyHandler handler) {
+  std::array<AnyHandler, HandlerTable::capacity> table{};
+  table.fill(handler);
   return table;
 }
 
@@ -83,13 +84,18 @@ std::string InstructionInfo::installSignature() const {
   return text.str();
 }
 
-OpResult Handlers::runTraced(Context& context, len_t pc) {
+PlainOutcome Handlers::runTraced(Context& context, unsigned pc) {
   IStream& stream = context.istream();
-  stream.programCounterIs(pc);
-  return HandlerTable::at(stream.handlerAt(static_cast<len_t>(pc - IStream::handlerSlotWidth)))(context);
+  stream.programCounterIs(static_cast<len_t>(pc));
+  const HandlerNumber number = stream.handlerAt(static_cast<len_t>(pc - IStream::handlerSlotWidth));
+  const OpResult result = HandlerTable::at(number)(context);
+  return {result, stream.programCounter()};
 }
 
-constinit std::array<Handlers, HandlerTable::capacity> HandlerTable::handlers = allUnused();
+constinit std::array<Handler, HandlerTable::capacity> HandlerTable::traced =
+    filledWith(Handlers(&noInstruction).traced);
+constinit std::array<PlainHandler, HandlerTable::capacity> HandlerTable::plain =
+    filledWith(Handlers(&noInstruction).plain);
 
 HandlerNumber HandlerTable::numberOf(const Handlers& pair, Describe describe) {
   Registry& known = registry();
@@ -101,7 +107,8 @@ HandlerNumber HandlerTable::numberOf(const Handlers& pair, Describe describe) {
   const HandlerNumber number = base + static_cast<HandlerNumber>(index);
   known.describes.push_back(describe);
   known.numbers.emplace(pair.traced, number);
-  handlers[index] = pair;
+  traced[index] = pair.traced;
+  plain[index] = pair.plain;
   return number;
 }
 

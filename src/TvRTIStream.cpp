@@ -20,7 +20,7 @@ len_t IStream::append(len_t len, const unsigned char* bytes) {
   if (need > capacity) growTo(need > capacity + growBy ? need + growBy : capacity + growBy);
   if (len != 0) std::memcpy(code + length, bytes, len);
   const len_t offset = length;
-  length = static_cast<len_t>(length + len);
+  lengthIs(static_cast<len_t>(length + len));
   return offset;
 }
 
@@ -42,7 +42,7 @@ void IStream::setLabel(std::size_t label) {
 
 void IStream::clear() {
   pc = 0;
-  length = 0;
+  lengthIs(0);
   labelCount = 0;
 }
 

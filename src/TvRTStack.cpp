@@ -32,6 +32,11 @@ Stack::~Stack() { std::free(base - guardSize); }
 
 void Stack::throwUnderflow() { throw std::out_of_range("stack underflow"); }
 
+void Stack::throwPairUnderflow(std::ptrdiff_t width) {
+  if (top > base) top -= width;
+  throwUnderflow();
+}
+
 void Stack::throwOverflow(std::size_t width) const {
   std::ostringstream text;
   text << "stack overflow " << number(base) << " " << number(top) << " " << number(limit) << " " << width;

@@ -50,7 +50,8 @@ void BaseRow::setColumn(len_t offset, const IpGenPrefix& value, len_t fdLen) {
 }
 
 void BaseRow::setPayload(len_t offset, const unsigned char* bytes, std::size_t length, len_t fdLen) {
-  prepareWrite(fdLen);
+  checkWrite(fdLen);
+  if (row_.use_count() != 1) takePrivateBuffer();
   // Keeps `bytes` alive when they lie in this row and the row has to grow.
   const TvPtr<TvRowBuf> source = row_;
   len_t dataOffset = 0;
@@ -112,6 +113,11 @@ void BaseRow::keepRoom(const PayloadRoom& room) {
 void BaseRow::forgetRoom(len_t offset) noexcept {
   if (row_->spacious != nullptr)
     std::erase_if(*row_->spacious, [&](const PayloadRoom& room) { return room.column == offset; });
+}
+
+void BaseRow::storeInPrivate(len_t offset, const void* bytes, std::size_t width) {
+  takePrivateBuffer();
+  std::memcpy(row_->buffer + offset, bytes, width);
 }
 
 void BaseRow::takePrivateBuffer() { growTo(length()); }

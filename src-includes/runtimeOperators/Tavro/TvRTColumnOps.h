@@ -137,9 +137,9 @@ class TAVRO_EXPORT ColumnOps {
 };
 
 // The work of both copies, on values of type `Value`.
-template <typename Op, typename Value>
+template <typename Op, typename Value, Trace trace>
 inline OpResult copyField(Context& context, void (*traceCopy)(const Op&, const Value&)) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   Value value{};
   context.getRow(operands->row).getColumn(operands->column, value);
   traceCopy(*operands.operator->(), value);
@@ -152,7 +152,7 @@ inline OpResult copyField(Context& context, void (*traceCopy)(const Op&, const V
 template <typename T>
 template <Trace trace>
 OpResult CopyColumnOp<T>::op(Context& context) {
-  return copyField<CopyColumnOp, T>(context, [](const CopyColumnOp& o, const T& value) {
+  return copyField<CopyColumnOp, T, trace>(context, [](const CopyColumnOp& o, const T& value) {
     traceOp<trace>(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column,
                    ", ", o.toRow, ", ", o.toColumn, " ) --> ", StackValue<T>(value, false));
   });
@@ -162,7 +162,7 @@ OpResult CopyColumnOp<T>::op(Context& context) {
 template <typename T>
 template <Trace trace>
 OpResult CopyAryColumnOp<T>::op(Context& context) {
-  return copyField<CopyAryColumnOp, ArrayReference<T>>(
+  return copyField<CopyAryColumnOp, ArrayReference<T>, trace>(
       context, [](const CopyAryColumnOp& o, const ArrayReference<T>&) {
         traceOp<trace>(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column,
                        ", ", o.toRow, ", ", o.toColumn, " )");
@@ -173,7 +173,7 @@ OpResult CopyAryColumnOp<T>::op(Context& context) {
 // firstIsNull, second, secondIsNull)`, traces, and pushes a `Result`.
 template <typename Op, typename T, typename Value, typename Result, Trace trace, typename Compare>
 inline OpResult compareFields(Context& context, const char* name, const char* sign, const Compare& compare) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   const BaseRow& firstRow = context.getRow(operands->row);
   const BaseRow& secondRow = context.getRow(operands->otherRow);
   Value first{};

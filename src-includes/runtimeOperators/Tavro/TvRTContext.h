@@ -251,7 +251,7 @@ class TAVRO_EXPORT Context {
 
   std::size_t tableCount() const { return tbis.size() < pseudoRowCount ? 0 : tbis.size() - pseudoRowCount; }
   len_t constructPseudoBindTableInfo(const std::string& name);
-  OpResult executeTraced();
+  PlainOutcome executeTraced();
   ContextState endRun(len_t ppc, OpResult result);
   len_t rowEntry(len_t table) const;
   Proxy& host(const char* what, len_t table) const;

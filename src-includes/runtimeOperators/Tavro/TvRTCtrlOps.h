@@ -178,7 +178,7 @@ OpResult returnOp::op(Context& context) {
 
 template <Trace trace>
 OpResult branchOp::op(Context& context) {
-  const Operands<branchOp> operands(context);
+  const Operands<branchOp, trace> operands(context);
   const len_t label = labelOf(context, operands->target, operands.bytes());
   traceOp<trace>(ctrlOpsSource, __LINE__, shape.className, "( ) --> ", label);
   if (!context.gotoOp<trace>(label)) endOnBadLabel(label);
@@ -187,7 +187,7 @@ OpResult branchOp::op(Context& context) {
 
 template <Trace trace>
 OpResult condBranchOp::op(Context& context) {
-  const Operands<condBranchOp> operands(context);
+  const Operands<condBranchOp, trace> operands(context);
   const StackValue<bool> condition = context.stackR().pop<bool, trace>();
   if (isTrue(condition)) {
     const len_t label = labelOf(context, operands->target, operands.bytes());
@@ -201,7 +201,7 @@ OpResult condBranchOp::op(Context& context) {
 
 template <Trace trace>
 OpResult invCondBranchOp::op(Context& context) {
-  const Operands<invCondBranchOp> operands(context);
+  const Operands<invCondBranchOp, trace> operands(context);
   const StackValue<bool> condition = context.stackR().pop<bool, trace>();
   if (isTrue(condition)) {
     traceNotTaken<trace>(shape.className, __LINE__, condition);
@@ -216,7 +216,7 @@ OpResult invCondBranchOp::op(Context& context) {
 
 template <Trace trace>
 OpResult compareBranchOp::op(Context& context) {
-  const Operands<compareBranchOp> operands(context);
+  const Operands<compareBranchOp, trace> operands(context);
   const StackValue<signed char> cond = context.stackR().pop<signed char, trace>();
   assertThat(!cond.isNull(), "!cond.isNull()",
              "static Tavro::TvRT::OpResult Tavro::TvRT::compareBranchOp::op(Tavro::TvRT::Context&)");
@@ -237,7 +237,7 @@ OpResult compareBranchOp::op(Context& context) {
 
 template <Trace trace>
 OpResult callOp::op(Context& context) {
-  const Operands<callOp> operands(context);
+  const Operands<callOp, trace> operands(context);
   const len_t label = labelOf(context, operands->target, operands.bytes());
   operands.step();
   context.call(label);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <iosfwd>
+#include <limits>
 #include <span>
 #include <string>
 
@@ -22,9 +24,26 @@ enum OpResult : int {
 
 // Carries out one instruction. `pc` stands on its operands.
 using Handler = OpResult (*)(Context&);
-// The same, and sets `pc` to the given offset first: a value that is handed over need not come back from
-// memory, which is what an instruction would wait for longest.
-using PlainHandler = OpResult (*)(Context&, len_t pc);
+
+// What a plain handler leaves behind: its result and the offset at which the run goes on, in one register.
+class PlainOutcome {
+ public:
+  PlainOutcome(OpResult result, unsigned pc)
+      : bits_(std::uint64_t{static_cast<std::uint32_t>(result)} << 32 | pc) {}
+
+  // OpOk adds nothing to the offset.
+  bool isOk() const { return bits_ <= std::numeric_limits<len_t>::max(); }
+  OpResult result() const { return static_cast<OpResult>(static_cast<std::int32_t>(bits_ >> 32)); }
+  unsigned pc() const { return static_cast<unsigned>(bits_); }
+
+ private:
+  std::uint64_t bits_;
+};
+
+// The same, for an instruction whose slot begins within the stream's capacity. `pc`, the offset of its
+// operands, is handed over and the next one handed back: a value that has to come back from memory is what an
+// instruction would wait for longest. In memory it is kept all the same.
+using PlainHandler = PlainOutcome (*)(Context&, unsigned pc);
 
 // The two handlers of an instruction, which do the same: one with trace sites, and one without them, which
 // runs while no level is on.
@@ -38,7 +57,7 @@ struct TAVRO_EXPORT Handlers {
   PlainHandler plain = nullptr;
 
  private:
-  static OpResult runTraced(Context& context, len_t pc);
+  static PlainOutcome runTraced(Context& context, unsigned pc);
 };
 
 // What stands in the handler slot of an instruction: an index into the table of handlers, counted from
@@ -99,8 +118,8 @@ class TAVRO_EXPORT HandlerTable {
   // What is known of the instruction behind a number; null when the number was not given out.
   static Describe describe(HandlerNumber number);
 
-  static Handler at(HandlerNumber number) { return handlers[indexOf(number)].traced; }
-  static PlainHandler plainAt(HandlerNumber number) { return handlers[indexOf(number)].plain; }
+  static Handler at(HandlerNumber number) { return traced[indexOf(number)]; }
+  static PlainHandler plainAt(HandlerNumber number) { return plain[indexOf(number)]; }
 
  private:
   // Entry 0 is that of the numbers that were not given out.
@@ -109,7 +128,8 @@ class TAVRO_EXPORT HandlerTable {
     return index < capacity ? index : 0;
   }
 
-  static std::array<Handlers, capacity> handlers;
+  static std::array<Handler, capacity> traced;
+  static std::array<PlainHandler, capacity> plain;
 };
 
 // A list of types.

@@ -49,8 +49,8 @@ class TAVRO_EXPORT IStream {
   void stepPC(len_t n) { stepFrom(pc, n); }
   // The same for a caller who has read `pc` already.
   void stepFrom(len_t offset, len_t n) {
-    const unsigned target = unsigned{offset} + n;
-    if (target + handlerSlotWidth <= length) [[likely]]
+    const int target = int{offset} + n;
+    if (target <= lastSlot) [[likely]]
       pc = static_cast<len_t>(target);
     else
       reportBadStep();
@@ -59,8 +59,9 @@ class TAVRO_EXPORT IStream {
   // Jumps to a label number; false, and nothing done, when there is no such number.
   template <Trace trace = Trace::On>
   bool gotoOp(len_t label) {
-    if (label >= labels.size()) return false;
-    pc = labels[label];
+    const auto offset = labels.begin() + label;
+    if (offset >= labels.end()) return false;
+    pc = *offset;
     if constexpr (trace == Trace::On)
       Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
                    "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,
@@ -72,17 +73,22 @@ class TAVRO_EXPORT IStream {
   len_t addLabel();
 
   // Runs one instruction: fetches the handler at `pc`, steps over its slot and calls it.
-  template <Trace trace = Trace::On>
   OpResult executeAtPC(Context& context) {
     const len_t ppc = pc;
-    const auto operands = static_cast<len_t>(ppc + handlerSlotWidth);
-    if constexpr (trace == Trace::Off) return HandlerTable::plainAt(handlerAt(ppc))(context, operands);
     Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
                  "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
                  " executing instruction at ", ppc);
-    pc = operands;
+    pc = static_cast<len_t>(ppc + handlerSlotWidth);
     return HandlerTable::at(handlerAt(ppc))(context);
   }
+
+  // The same without trace sites, for an offset within the capacity.
+  PlainOutcome executePlain(Context& context, unsigned ppc) {
+    HandlerNumber number;
+    std::memcpy(&number, code + ppc, sizeof number);
+    return HandlerTable::plainAt(number)(context, static_cast<len_t>(ppc + handlerSlotWidth));
+  }
+  bool isWithinCapacity(unsigned offset) const { return offset <= capacity; }
 
   // The bytes of the handler slot at an offset.
   HandlerNumber handlerAt(len_t offset) const {
@@ -94,6 +100,12 @@ class TAVRO_EXPORT IStream {
   // The byte at an offset. One that lies beyond the capacity stands for the start of the stream.
   const unsigned char* at(len_t offset) const { return offset > capacity ? code : code + offset; }
   unsigned char* at(len_t offset) { return offset > capacity ? code : code + offset; }
+  // The same for the operands of an instruction that a handler has been called for: a plain one is called
+  // only where both lie within the buffer and its guard.
+  template <Trace trace>
+  unsigned char* operandsAt(len_t offset) {
+    return trace == Trace::Off ? code + offset : at(offset);
+  }
 
   len_t programCounter() const { return pc; }
   void programCounterIs(len_t offset) { pc = offset; }
@@ -105,6 +117,10 @@ class TAVRO_EXPORT IStream {
   void clear();
 
  private:
+  void lengthIs(len_t newLength) {
+    length = newLength;
+    lastSlot = int{length} - handlerSlotWidth;
+  }
   void setLabel(std::size_t label);
   void growTo(std::uint32_t newCapacity);
   [[gnu::cold]] static void reportBadStep();
@@ -115,6 +131,8 @@ class TAVRO_EXPORT IStream {
   std::uint32_t capacity = 0;
   std::uint32_t growBy = 512;
   len_t length = 0;
+  // The last offset at which a whole handler slot lies within `length`.
+  int lastSlot = -int{handlerSlotWidth};
   std::vector<len_t> labels;
   __kelpoDebug debug;
 };

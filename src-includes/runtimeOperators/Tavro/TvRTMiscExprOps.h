@@ -29,6 +29,7 @@ template <typename T>
 struct TAVRO_EXPORT CondExprOp {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, bool, T>, Types<T>>("CondExprOp", "T", "condExpr<0>");
+  static constexpr bool movesCounter = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);
@@ -174,7 +175,7 @@ inline void storePrefix(Context& context, len_t row, len_t column, const IpGenPr
 
 template <Trace trace>
 OpResult OverlapsOp::op(Context& context) {
-  const Operands<OverlapsOp> operands(context);
+  const Operands<OverlapsOp, trace> operands(context);
   const IpGenPrefix a = prefixAt(context, operands->row, operands->column);
   const IpGenPrefix b = prefixAt(context, operands->otherRow, operands->otherColumn);
   const StackValue<bool> result(a.mask() < b.mask() ? a.contains(b) : b.contains(a), false);
@@ -188,7 +189,7 @@ OpResult OverlapsOp::op(Context& context) {
 
 template <Trace trace>
 OpResult StepLessOp::op(Context& context) {
-  const Operands<StepLessOp> operands(context);
+  const Operands<StepLessOp, trace> operands(context);
   const IpGenPrefix before = prefixAt(context, operands->row, operands->column);
   IpGenPrefix after = before;
   const StackValue<bool> result(before.mask() != 0, false);

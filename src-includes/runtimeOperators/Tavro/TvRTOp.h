@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <iomanip>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -70,11 +71,21 @@ void writeTypes(std::ostream& text) {
 // Offset that stands for the operand block of an instruction without one.
 inline constexpr len_t noOperandBlock = 65535;
 
+// An instruction without operands leaves `pc` where it is, unless its class says that it `movesCounter`.
+template <typename Op>
+constexpr bool keepsCounter() {
+  if constexpr (requires { Op::movesCounter; }) return false;
+  return operandWidth<Op> == 0;
+}
+
 // The handler of an instruction class without its trace sites.
 template <typename Op>
-[[gnu::flatten]] OpResult runPlain(Context& context, len_t pc) {
-  context.istream().programCounterIs(pc);
-  return Op::template op<Trace::Off>(context);
+[[gnu::flatten]] PlainOutcome runPlain(Context& context, unsigned pc) {
+  if (pc > std::numeric_limits<len_t>::max()) __builtin_unreachable();
+  IStream& stream = context.istream();
+  stream.programCounterIs(static_cast<len_t>(pc));
+  const OpResult result = Op::template op<Trace::Off>(context);
+  return {result, keepsCounter<Op>() ? pc : stream.programCounter()};
 }
 
 // Both handlers of an instruction class.
@@ -111,11 +122,11 @@ len_t installInstruction(Context& context, const Op& instruction, const char* so
 
 // The operands of a running instruction: a copy of its object, out of the stream. `pc` is read once here and
 // written once by `step`.
-template <typename Op>
+template <typename Op, Trace trace>
 class Operands {
  public:
   explicit Operands(Context& context) : stream_(context.istream()), pc_(stream_.programCounter()) {
-    std::memcpy(static_cast<void*>(&operands_), stream_.at(pc_), sizeof(Op));
+    std::memcpy(static_cast<void*>(&operands_), bytes(), sizeof(Op));
   }
 
   const Op* operator->() const { return &operands_; }
@@ -124,7 +135,7 @@ class Operands {
   void step() const { stream_.stepFrom(pc_, operandWidth<Op>); }
 
   // The operand bytes in the stream, for an instruction that rewrites them.
-  unsigned char* bytes() const { return stream_.at(pc_); }
+  unsigned char* bytes() const { return stream_.operandsAt<trace>(pc_); }
 
  private:
   IStream& stream_;

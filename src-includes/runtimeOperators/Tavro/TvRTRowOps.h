@@ -185,7 +185,7 @@ struct CallText {
 // Instructions that report a result trace after the work, so that the result is in the line.
 template <typename Op, Trace trace, typename Work>
 inline OpResult reportResult(Context& context, int line, const Work& work) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   const StackValue<bool> result(work(*operands.operator->()), false);
   traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()}, " = ", result);
   context.stackR().push<trace>(result);
@@ -196,7 +196,7 @@ inline OpResult reportResult(Context& context, int line, const Work& work) {
 // Instructions that change rows trace before the work, so that the line stands ahead of its failure.
 template <typename Op, Trace trace, typename Work>
 inline OpResult changeRows(Context& context, int line, const Work& work) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()});
   work(*operands.operator->());
   operands.step();

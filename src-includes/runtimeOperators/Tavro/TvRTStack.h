@@ -127,8 +127,14 @@ class TAVRO_EXPORT Stack {
       pair.top = popTraced<Top>();
       pair.next = popTraced<Next>();
     } else {
-      takeInto(pair.top);
-      takeInto(pair.next);
+      unsigned char* const behind = top;
+      constexpr std::ptrdiff_t width = sizeof(StackValue<Top>);
+      if (behind - base <= width) [[unlikely]]
+        throwPairUnderflow(width);
+      constexpr std::ptrdiff_t both = sizeof(Pair<Top, Next>);
+      top = behind - both;
+      loadSlot(behind - width, pair.top);
+      loadSlot(behind - both, pair.next);
     }
     return pair;
   }
@@ -200,6 +206,8 @@ class TAVRO_EXPORT Stack {
   [[gnu::noinline, gnu::cold]] void pushTraced(StackValue<T> value);
 
   [[noreturn, gnu::cold]] static void throwUnderflow();
+  // Of the second of two pops, or the first; `width` is that of the first.
+  [[noreturn, gnu::cold]] void throwPairUnderflow(std::ptrdiff_t width);
   [[noreturn, gnu::cold]] void throwOverflow(std::size_t width) const;
   // Writes "@TOP/BASE".
   void writePosition(std::ostream& text) const;

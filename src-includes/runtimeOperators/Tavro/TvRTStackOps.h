@@ -257,7 +257,7 @@ inline void PopAryColumnOp<T>::setColumnValue(Context& context, len_t row, len_t
 template <typename CT, typename ST>
 template <Trace trace>
 OpResult PushCnstOp<CT, ST>::op(Context& context) {
-  const Operands<PushCnstOp> operands(context);
+  const Operands<PushCnstOp, trace> operands(context);
   const CT constant = narrow<CT>(operands->value);
   const StackValue<ST> value(widen(constant), false);
   traceOp<trace>(stackOpsSource, __LINE__, writeName<PushCnstOp>, "( ", value, " )");
@@ -269,7 +269,7 @@ OpResult PushCnstOp<CT, ST>::op(Context& context) {
 // The work of the pushes from the parameter row: `Value` is read, `widened` goes on the stack.
 template <typename Op, typename Value, Trace trace, typename Widen>
 inline OpResult pushParameter(Context& context, const Widen& widened) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   Value parameter;
   context.parameterRow().getColumn(operands->offset, parameter);
   const auto value = widened(parameter);
@@ -282,7 +282,7 @@ inline OpResult pushParameter(Context& context, const Widen& widened) {
 // The work of the pushes from a row.
 template <typename Op, Trace trace>
 inline OpResult pushField(Context& context) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   const auto value = Op::getColumnValue(context, operands->row, operands->column);
   traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
                  " ) = ", value);
@@ -294,7 +294,7 @@ inline OpResult pushField(Context& context) {
 // The work of the pops into a row: an entry of type `Entry` is popped, `narrowed` goes into the row.
 template <typename Op, typename Entry, Trace trace, typename Narrow>
 inline OpResult popField(Context& context, const Narrow& narrowed) {
-  const Operands<Op> operands(context);
+  const Operands<Op, trace> operands(context);
   const StackValue<Entry> value = context.stackR().template pop<Entry, trace>();
   traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
                  " ) -->  ", value);

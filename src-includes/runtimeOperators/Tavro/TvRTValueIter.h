@@ -179,7 +179,7 @@ inline ValueAryIter<T>& iteratorAt(Context& context, len_t slot) {
 template <typename T>
 template <Trace trace>
 OpResult IterInitOp<T>::op(Context& context) {
-  const Operands<IterInitOp> operands(context);
+  const Operands<IterInitOp, trace> operands(context);
   traceOp<trace>(valueIterSource, __LINE__, "iterInitOp", writeTypes<T>, "( ", operands->slot, ", ",
                  operands->row, ", ", operands->column, " )");
   ArrayReference<T> array;
@@ -194,7 +194,7 @@ OpResult IterInitOp<T>::op(Context& context) {
 template <typename T>
 template <Trace trace>
 OpResult NextValueOp<T>::op(Context& context) {
-  const Operands<NextValueOp> operands(context);
+  const Operands<NextValueOp, trace> operands(context);
   ValueAryIter<T>& iterator = iteratorAt<T>(context, operands->slot);
   T value{};
   const StackValue<bool> result(!iterator.atEnd(), false);
@@ -215,7 +215,7 @@ OpResult NextValueOp<T>::op(Context& context) {
 template <typename CT, typename ST>
 template <Trace trace>
 OpResult CurValueOp<CT, ST>::op(Context& context) {
-  const Operands<CurValueOp> operands(context);
+  const Operands<CurValueOp, trace> operands(context);
   const CT element = iteratorAt<CT>(context, operands->slot).lastValue();
   const StackValue<ST> value(widen(element), false);
   const auto writeTypePair = [](std::ostream& text) { writeTypeNames(text, nativeTypes<CT, ST>, ", "); };
