@@ -152,19 +152,11 @@ void Context::throwNoRow() {
 
 void Context::throwNoBinding() { throw std::out_of_range("attempt to index non-existent row"); }
 
-void Context::replaceRow(len_t index, const BaseRow& row) { replaceRow(index, BaseRow(row)); }
-
-void Context::replaceRow(len_t index, BaseRow&& row) {
-  if (index >= rows.size())
-    throw std::out_of_range("attempt to replace row outside of number of rows in query");
-  rows[index].row = std::move(row);
+void Context::throwNoSlot() {
+  throw std::out_of_range("attempt to replace row outside of number of rows in query");
 }
 
-void Context::swapRow(len_t index, BaseRow& row) {
-  if (index >= rows.size())
-    throw std::out_of_range("attempt to replace row outside of number of rows in query");
-  rows[index].row.swap(row);
-}
+void Context::swapRow(len_t index, BaseRow& row) { slotToReplace(index).swap(row); }
 
 void Context::clearRow(len_t index) {
   const TableBindInfo* const info = tableBindInfo(index);
@@ -174,12 +166,15 @@ void Context::clearRow(len_t index) {
   rows[index].row = std::move(row);
 }
 
-// The host, or the failure of a row instruction that has none to go to. `what` names the kind of row.
-Proxy& Context::host(const char* what, len_t table) const {
-  if (proxy == nullptr)
-    throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
-                            std::to_string(table));
+inline Proxy& Context::host(const char* what, len_t table) const {
+  if (proxy == nullptr) [[unlikely]]
+    throwNoHost(what, table);
   return *proxy;
+}
+
+void Context::throwNoHost(const char* what, len_t table) {
+  throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
+                          std::to_string(table));
 }
 
 bool Context::fetchRow(len_t table, len_t index) {
@@ -196,10 +191,11 @@ void Context::lower_bound(len_t table, len_t index) {
 void Context::begin(len_t table, len_t index) { host("input row", table).begin(table, index); }
 
 bool Context::nextRow(len_t table) {
-  BaseRow row = host("table", table).nextRow(table);
-  const bool found = !row.isNull();
-  replaceRow(table, std::move(row));
-  return found;
+  TvRowIterator& cursor = host("table", table).cursor(table);
+  BaseRow& slot = slotToReplace(table);
+  slot = *cursor;
+  ++cursor;
+  return !slot.isNull();
 }
 
 // The slot is tested before the host sees it: the row that it would be given lies outside of what we own.
@@ -219,18 +215,11 @@ std::string Context::genWCName(len_t table, const std::string& suffix) {
   return "t" + std::to_string(table) + suffix;
 }
 
-len_t Context::onRowWC(len_t table) const {
-  // With the trace on, every lookup shows.
-  if (debug.handler()->isOn(traceDetail)) return translateEntry(genWCName(table, "row.wc"));
-  return rowEntry(table);
-}
-
-// Building the name and looking it up costs more than most reactions.
-len_t Context::rowEntry(len_t table) const {
+len_t Context::findRowEntry(len_t table) const {
+  const len_t entry = translateEntry(genWCName(table, "row.wc"));
   if (table >= rowEntries.size()) rowEntries.resize(std::size_t{table} + 1, -1);
-  int& entry = rowEntries[table];
-  if (entry < 0) entry = translateEntry(genWCName(table, "row.wc"));
-  return static_cast<len_t>(entry);
+  rowEntries[table] = entry;
+  return entry;
 }
 
 len_t Context::onDelWC(len_t table) const { return translateEntry(genWCName(table, "del.wc")); }

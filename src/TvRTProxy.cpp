@@ -36,11 +36,6 @@ void traceEvent(int line, const char* function, const Write& write) {
   Kelpo::trace(proxyDebugHandler, traceEvents, sourceName, line, function, write);
 }
 
-[[noreturn]] void throwNoInput(len_t index, const char* what) {
-  throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
-                          std::to_string(index));
-}
-
 unsigned int classRowType(const std::string& name) {
   const BaseRow metadata = TavroDB::tvClass(name);
   return metadata.isNull() ? unknownRowType : loadBytes<std::uint32_t>(metadata.rowBuf() + tv_classIdOffset);
@@ -234,6 +229,11 @@ void Proxy::outputBlock(bool blocked) {
   finish();
 }
 
+void Proxy::throwNoInput(len_t index, const char* what) {
+  throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
+                          std::to_string(index));
+}
+
 TvTableInterface& Proxy::input(len_t index, const char* what) const {
   if (index >= inputs.size() || inputs[index] == nullptr) throwNoInput(index, what);
   return *inputs[index];
@@ -267,10 +267,9 @@ void Proxy::begin(len_t index, len_t indexNum) {
 }
 
 BaseRow Proxy::nextRow(len_t index) {
-  input(index, "table");
-  TvRowIterator& cursor = rowIters[index].iter;
-  BaseRow row = *cursor;
-  ++cursor;
+  TvRowIterator& at = cursor(index);
+  BaseRow row = *at;
+  ++at;
   return row;
 }
 

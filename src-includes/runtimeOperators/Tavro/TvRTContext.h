@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Tavro/Kelpo.h"
@@ -156,8 +157,8 @@ class TAVRO_EXPORT Context {
     return slot->row;
   }
   // The slot shares the row's buffer from now on.
-  void replaceRow(len_t index, const BaseRow& row);
-  void replaceRow(len_t index, BaseRow&& row);
+  void replaceRow(len_t index, const BaseRow& row) { slotToReplace(index) = row; }
+  void replaceRow(len_t index, BaseRow&& row) { slotToReplace(index) = std::move(row); }
   void swapRow(len_t index, BaseRow& row);
   // The slot gets a fresh zeroed row of its table.
   void clearRow(len_t index);
@@ -216,7 +217,14 @@ class TAVRO_EXPORT Context {
 
   // "t", the table's number, then the suffix.
   static std::string genWCName(len_t table, const std::string& suffix);
-  len_t onRowWC(len_t table) const;
+  len_t onRowWC(len_t table) const {
+    // Building the name and looking it up costs more than most reactions.
+    const bool isKnown = table < rowEntries.size() && rowEntries[table] >= 0;
+    // With the trace on, every lookup shows.
+    if (!isKnown || debug.handler()->isOn(traceDetail)) [[unlikely]]
+      return findRowEntry(table);
+    return static_cast<len_t>(rowEntries[table]);
+  }
   len_t onDelWC(len_t table) const;
   len_t onReadyWC(len_t table) const;
   len_t projRowWC(len_t table, bool upper) const;
@@ -253,8 +261,16 @@ class TAVRO_EXPORT Context {
   len_t constructPseudoBindTableInfo(const std::string& name);
   PlainOutcome executeTraced();
   ContextState endRun(len_t ppc, OpResult result);
-  len_t rowEntry(len_t table) const;
+  len_t findRowEntry(len_t table) const;
+  BaseRow& slotToReplace(len_t index) {
+    const auto slot = rows.begin() + index;
+    if (slot >= rows.end()) [[unlikely]]
+      throwNoSlot();
+    return slot->row;
+  }
+  // The host, or the failure of a row instruction that has none to go to. `what` names the kind of row.
   Proxy& host(const char* what, len_t table) const;
+  [[noreturn, gnu::cold]] static void throwNoHost(const char* what, len_t table);
   // A row slot with `len` of its binding record, 0 for none: every store into a row asks for it.
   struct RowSlot {
     BaseRow row;
@@ -263,6 +279,7 @@ class TAVRO_EXPORT Context {
 
   [[noreturn, gnu::cold]] static void throwNoRow();
   [[noreturn, gnu::cold]] static void throwNoBinding();
+  [[noreturn, gnu::cold]] static void throwNoSlot();
 
   static constexpr std::size_t pseudoRowCount = 5;
 

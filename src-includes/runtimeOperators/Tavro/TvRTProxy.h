@@ -93,6 +93,11 @@ class TAVRO_EXPORT Proxy {
   void begin(len_t index, len_t indexNum);
   // The row at the cursor, which moves on, or a null row behind the last.
   BaseRow nextRow(len_t index);
+  // Where the table's `begin` or `lower_bound` and the rows taken since have led to; owned by the proxy.
+  TvRowIterator& cursor(len_t index) {
+    if (index >= inputs.size() || inputs[index] == nullptr) throwNoInput(index, "table");
+    return rowIters[index].iter;
+  }
   void insertRow(BaseRow& row);
   // The second argument selects nothing.
   void deleteRow(const BaseRow& row, len_t);
@@ -113,6 +118,7 @@ class TAVRO_EXPORT Proxy {
   // Tells all inputs the same thing.
   template <typename Tell>
   void forEachInput(const Tell& tell);
+  [[noreturn, gnu::cold]] static void throwNoInput(len_t index, const char* what);
   TvTableInterface& input(len_t index, const char* what) const;
   TvTableInterface& tableOut() const;
   void typeKey(len_t index, BaseRow& key) const;
