@@ -1,50 +1,46 @@
-#include <cstdlib>
+#include <cstring>
 #include <memory>
-#include <new>
 
 #include "Tavro/baseRow.h"
+#include "Tavro/blockPool.h"
 
 namespace Tavro {
 
 namespace {
 
-// Allocates what a shared pointer needs with a row's bytes behind it, and says where they are.
+// The row that is being made. An allocator with members of its own would stand in every block.
+struct RowInTheMaking {
+  std::size_t length;
+  unsigned char* bytes;
+};
+[[gnu::tls_model("initial-exec")]] thread_local RowInTheMaking inTheMaking{};
+
+// Allocates what a shared pointer needs with the row's bytes behind it, and notes where they are.
 template <typename T>
-class RowBlockAllocator {
- public:
+struct RowBlockAllocator {
   using value_type = T;
 
-  RowBlockAllocator(std::size_t rowBytes, unsigned char*& bytes) : rowBytes_(rowBytes), bytes_(&bytes) {}
+  RowBlockAllocator() = default;
   template <typename U>
-  RowBlockAllocator(const RowBlockAllocator<U>& other) : rowBytes_(other.rowBytes_), bytes_(other.bytes_) {}
+  RowBlockAllocator(const RowBlockAllocator<U>&) {}
 
   T* allocate(std::size_t count) {
-    auto* const block = static_cast<unsigned char*>(std::malloc(count * sizeof(T) + rowBytes_));
-    if (block == nullptr) throw std::bad_alloc();
-    *bytes_ = block + count * sizeof(T);
-    std::memset(*bytes_, 0, rowBytes_);
-    return reinterpret_cast<T*>(block);
+    void* const block = takeBlock(count * sizeof(T) + inTheMaking.length);
+    inTheMaking.bytes = static_cast<unsigned char*>(block) + count * sizeof(T);
+    return static_cast<T*>(block);
   }
-  void deallocate(T* block, std::size_t) noexcept { std::free(block); }
+  void deallocate(T* block, std::size_t) noexcept { giveBlockBack(block); }
 
   bool operator==(const RowBlockAllocator&) const { return true; }
-
- private:
-  template <typename U>
-  friend class RowBlockAllocator;
-
-  std::size_t rowBytes_;
-  // Valid while the block is being made.
-  unsigned char** bytes_;
 };
 
 }  // namespace
 
 TvPtr<TvRowBuf> makeRowBuffer(len_t len) {
-  unsigned char* bytes = nullptr;
-  TvPtr<TvRowBuf> row =
-      std::allocate_shared<TvRowBuf>(RowBlockAllocator<TvRowBuf>(len + sizeof(Ip6Addr), bytes), nullptr);
-  row->buffer = bytes;
+  inTheMaking.length = len + sizeof(Ip6Addr);
+  TvPtr<TvRowBuf> row = std::allocate_shared<TvRowBuf>(RowBlockAllocator<TvRowBuf>(), nullptr);
+  row->buffer = inTheMaking.bytes;
+  std::memset(row->buffer, 0, inTheMaking.length);
   return row;
 }
 

@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "Tavro/blockPool.h"
+
 namespace Tavro {
 
 IndexEntry::IndexEntry(const BaseRow& storedRow, std::uint64_t arrivalNumber, const EncodedKey& key)
@@ -9,7 +11,7 @@ IndexEntry::IndexEntry(const BaseRow& storedRow, std::uint64_t arrivalNumber, co
 
 IndexEntry::Owner IndexEntry::make(const BaseRow& row, std::uint64_t arrival, const EncodedKey& key) {
   const std::size_t tailLength = key.length > keyHeadLength ? key.length - keyHeadLength : 0;
-  void* const memory = ::operator new(sizeof(IndexEntry) + tailLength);
+  void* const memory = takeBlock(sizeof(IndexEntry) + tailLength);
   auto* const entry = new (memory) IndexEntry(row, arrival, key);
   if (tailLength != 0) std::memcpy(static_cast<void*>(entry + 1), key.tail, tailLength);
   return Owner(entry);
@@ -17,7 +19,7 @@ IndexEntry::Owner IndexEntry::make(const BaseRow& row, std::uint64_t arrival, co
 
 void IndexEntry::Deleter::operator()(IndexEntry* entry) const noexcept {
   entry->~IndexEntry();
-  ::operator delete(entry);
+  giveBlockBack(entry);
 }
 
 }  // namespace Tavro
