@@ -161,9 +161,9 @@ void Context::swapRow(len_t index, BaseRow& row) { slotToReplace(index).swap(row
 void Context::clearRow(len_t index) {
   const TableBindInfo* const info = tableBindInfo(index);
   if (index >= rows.size() || info == nullptr) throwNoBinding();
-  BaseRow row(info->len);
-  row.rowTypeIs(static_cast<len_t>(info->rowType));
-  rows[index].row = std::move(row);
+  BaseRow fresh(info->len);
+  fresh.rowTypeIs(static_cast<len_t>(info->rowType));
+  rows[index].row.swap(fresh);
 }
 
 inline Proxy& Context::host(const char* what, len_t table) const {
@@ -193,7 +193,8 @@ void Context::begin(len_t table, len_t index) { host("input row", table).begin(t
 bool Context::nextRow(len_t table) {
   TvRowIterator& cursor = host("table", table).cursor(table);
   BaseRow& slot = slotToReplace(table);
-  slot = *cursor;
+  BaseRow row = *cursor;
+  slot.swap(row);
   ++cursor;
   return !slot.isNull();
 }

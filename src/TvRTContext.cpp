@@ -56,17 +56,15 @@ void Context::clear(bool full) {
 
 Context::ContextState Context::execute() {
   running = true;
-  unsigned pc = stream.programCounter();
-  while (running) {
+  for (unsigned pc = stream.programCounter();;) {
     // Asked anew for every instruction: a level may be turned on while a program runs. And the handlers with
     // trace sites mind where they read, which those without do not behind the stream.
     const bool isPlain = !Kelpo::DebugHandler::anyLevelOn() && stream.isWithinCapacity(pc);
     const PlainOutcome outcome = isPlain ? stream.executePlain(*this, pc) : executeTraced();
-    if (!outcome.isOk()) [[unlikely]]
-      return endRun(static_cast<len_t>(pc), outcome.result());
+    if (!outcome.goesOn()) [[unlikely]]
+      return outcome.result() == OpOk ? Ready : endRun(static_cast<len_t>(pc), outcome.result());
     pc = outcome.pc();
   }
-  return Ready;
 }
 
 PlainOutcome Context::executeTraced() {
@@ -75,7 +73,7 @@ PlainOutcome Context::executeTraced() {
   if (result == OpOk)
     Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "execute", executeSignature,
                  " ppc: ", ppc);
-  return {result, stream.programCounter()};
+  return {result, stream.programCounter(), running};
 }
 
 Context::ContextState Context::endRun(len_t ppc, OpResult result) {

@@ -89,7 +89,7 @@ PlainOutcome Handlers::runTraced(Context& context, unsigned pc) {
   stream.programCounterIs(static_cast<len_t>(pc));
   const HandlerNumber number = stream.handlerAt(static_cast<len_t>(pc - IStream::handlerSlotWidth));
   const OpResult result = HandlerTable::at(number)(context);
-  return {result, stream.programCounter()};
+  return {result, stream.programCounter(), context.isRunning()};
 }
 
 constinit std::array<Handler, HandlerTable::capacity> HandlerTable::traced =

@@ -85,6 +85,7 @@ class TAVRO_EXPORT Context {
   // Goes on after a suspension or failure. Throws TvTableFull when the state is Ready.
   ContextState resume();
   void halt() { running = false; }
+  bool isRunning() const { return running; }
   // Sets `pc` to a named entry, or to 0 when the name is unknown. Ends the process when no label exists at
   // all.
   void toEntry(const std::string& name);

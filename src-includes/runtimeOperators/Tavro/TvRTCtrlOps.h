@@ -32,6 +32,7 @@ struct TAVRO_EXPORT haltOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("haltOp", "", "halt", OperandKind::Unused);
+  static constexpr bool endsRun = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -133,6 +134,7 @@ struct TAVRO_EXPORT returnOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("returnOp", "", "return", OperandKind::Unused);
+  static constexpr bool endsRun = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdint>
 #include <iosfwd>
-#include <limits>
 #include <span>
 #include <string>
 
@@ -25,23 +24,26 @@ enum OpResult : int {
 // Carries out one instruction. `pc` stands on its operands.
 using Handler = OpResult (*)(Context&);
 
-// What a plain handler leaves behind: its result and the offset at which the run goes on, in one register.
+// What a plain handler leaves behind, in one register: its result, the offset at which the run goes on, and
+// whether it does.
 class PlainOutcome {
  public:
-  PlainOutcome(OpResult result, unsigned pc)
-      : bits_(std::uint64_t{static_cast<std::uint32_t>(result)} << 32 | pc) {}
+  PlainOutcome(OpResult result, unsigned pc, bool isRunning = true)
+      : bits_(std::uint64_t{static_cast<std::uint32_t>(result)} << 32 | (isRunning ? 0U : ended) | pc) {}
 
-  // OpOk adds nothing to the offset.
-  bool isOk() const { return bits_ <= std::numeric_limits<len_t>::max(); }
+  // A run that goes on is nothing but the offset.
+  bool goesOn() const { return bits_ < ended; }
   OpResult result() const { return static_cast<OpResult>(static_cast<std::int32_t>(bits_ >> 32)); }
   unsigned pc() const { return static_cast<unsigned>(bits_); }
 
  private:
+  static constexpr unsigned ended = 0x10000;
+
   std::uint64_t bits_;
 };
 
-// The same, for an instruction whose slot begins within the stream's capacity. `pc`, the offset of its
-// operands, is handed over and the next one handed back: a value that has to come back from memory is what an
+// Carries out an instruction whose slot begins within the stream's capacity. `pc`, the offset of its operands,
+// is handed over and the next one handed back: a value that has to come back from memory is what an
 // instruction would wait for longest. In memory it is kept all the same.
 using PlainHandler = PlainOutcome (*)(Context&, unsigned pc);
 
@@ -56,7 +58,7 @@ struct TAVRO_EXPORT Handlers {
   Handler traced = nullptr;
   PlainHandler plain = nullptr;
 
- private:
+  // Runs the traced handler of the instruction with operands at `pc`.
   static PlainOutcome runTraced(Context& context, unsigned pc);
 };
 

@@ -49,12 +49,15 @@ class TAVRO_EXPORT IStream {
   void stepPC(len_t n) { stepFrom(pc, n); }
   // The same for a caller who has read `pc` already.
   void stepFrom(len_t offset, len_t n) {
-    const int target = int{offset} + n;
-    if (target <= lastSlot) [[likely]]
+    const unsigned target = unsigned{offset} + n;
+    if (hasSlotAt(target)) [[likely]]
       pc = static_cast<len_t>(target);
     else
       reportBadStep();
   }
+
+  // A whole handler slot lies at the offset and before the end of the stream.
+  bool hasSlotAt(unsigned offset) const { return static_cast<int>(offset) <= lastSlot; }
 
   // Jumps to a label number; false, and nothing done, when there is no such number.
   template <Trace trace = Trace::On>

@@ -71,21 +71,33 @@ void writeTypes(std::ostream& text) {
 // Offset that stands for the operand block of an instruction without one.
 inline constexpr len_t noOperandBlock = 65535;
 
-// An instruction without operands leaves `pc` where it is, unless its class says that it `movesCounter`.
+// Some classes say something of themselves that the handlers without trace sites go by:
+// - `movesCounter`: moves `pc`, although it has no operands to step over;
+// - `endsRun`: may end the run, and steps over nothing.
 template <typename Op>
-constexpr bool keepsCounter() {
-  if constexpr (requires { Op::movesCounter; }) return false;
-  return operandWidth<Op> == 0;
-}
+inline constexpr bool movesCounter = operandWidth<Op> != 0;
+template <typename Op>
+  requires Op::movesCounter
+inline constexpr bool movesCounter<Op> = true;
+template <typename Op>
+inline constexpr bool endsRun = false;
+template <typename Op>
+  requires Op::endsRun
+inline constexpr bool endsRun<Op> = true;
 
-// The handler of an instruction class without its trace sites.
+// The handler of an instruction class without its trace sites. Where no handler slot would follow, which is
+// reported, the other one does the work: so nothing here calls what comes back, and no register is saved for
+// it.
 template <typename Op>
 [[gnu::flatten]] PlainOutcome runPlain(Context& context, unsigned pc) {
-  if (pc > std::numeric_limits<len_t>::max()) __builtin_unreachable();
   IStream& stream = context.istream();
+  if constexpr (operandWidth<Op> != 0 && !endsRun<Op>)
+    if (!stream.hasSlotAt(pc + operandWidth<Op>)) [[unlikely]]
+      return Handlers::runTraced(context, pc);
+  if (pc > std::numeric_limits<len_t>::max() - operandWidth<Op>) __builtin_unreachable();
   stream.programCounterIs(static_cast<len_t>(pc));
   const OpResult result = Op::template op<Trace::Off>(context);
-  return {result, keepsCounter<Op>() ? pc : stream.programCounter()};
+  return {result, movesCounter<Op> ? stream.programCounter() : pc, !endsRun<Op> || context.isRunning()};
 }
 
 // Both handlers of an instruction class.
@@ -131,8 +143,13 @@ class Operands {
 
   const Op* operator->() const { return &operands_; }
 
-  // Moves `pc` behind the operands.
-  void step() const { stream_.stepFrom(pc_, operandWidth<Op>); }
+  // Moves `pc` behind the operands. A plain handler runs only where a slot follows.
+  void step() const {
+    if constexpr (trace == Trace::Off)
+      stream_.programCounterIs(static_cast<len_t>(pc_ + operandWidth<Op>));
+    else
+      stream_.stepFrom(pc_, operandWidth<Op>);
+  }
 
   // The operand bytes in the stream, for an instruction that rewrites them.
   unsigned char* bytes() const { return stream_.operandsAt<trace>(pc_); }
