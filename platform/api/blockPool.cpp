@@ -1,5 +1,6 @@
 #include "Tavro/blockPool.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -42,7 +43,7 @@ struct alignas(granule) Chunk {
   Pool* pool;
   // Blocks that are not given back.
   std::uint32_t live;
-  // Of what has been cut off, in bytes.
+  // How much of it blocks were cut from, in bytes; known once that has come to its end.
   std::uint32_t used;
 };
 
@@ -71,21 +72,18 @@ void* takePlain(std::size_t size) {
 class Pool {
  public:
   void* take(std::size_t size) {
-    const std::size_t granules =
-        size <= sizeof(Free) ? sizeof(Free) / granule : (size + granule - 1) / granule;
+    const std::size_t granules = (std::max(size, sizeof(Free)) + granule - 1) / granule;
     if (Free* const block = free_[granules]; block != nullptr) {
       remove(*block, granules);
       ++chunkOf(headOf(block))->live;
       return block;
     }
-    const auto length = static_cast<std::uint32_t>(sizeof(Head) + granules * granule);
-    if (current_ == nullptr || length > chunkSize - current_->used) [[unlikely]] {
-      addChunk();
-      return take(size);
-    }
-    Head* const head = headAt(current_, current_->used);
-    *head = {static_cast<std::uint32_t>(granules), current_->used};
-    current_->used += length;
+    const std::size_t length = sizeof(Head) + granules * granule;
+    if (length > left_) [[unlikely]]
+      return takeFromNewChunk(size);
+    auto* const head = reinterpret_cast<Head*>(end_ - left_);
+    *head = {static_cast<std::uint32_t>(granules), static_cast<std::uint32_t>(chunkSize - left_)};
+    left_ -= length;
     ++current_->live;
     return head + 1;
   }
@@ -119,8 +117,7 @@ class Pool {
     std::unique_lock lock(pool->mutex_);
     pool->isAbandoned_ = true;
     pool->giveBackAll(std::exchange(pool->returned_, nullptr));
-    if (Chunk* const last = std::exchange(pool->current_, nullptr); last != nullptr && last->live == 0)
-      pool->release(last);
+    pool->retireCurrent();
     const bool isEmpty = pool->chunks_ == 0;
     lock.unlock();
     if (isEmpty) delete pool;
@@ -136,14 +133,27 @@ class Pool {
     while (block != nullptr) giveBack(headOf(std::exchange(block, block->next)));
   }
 
-  void addChunk() {
+  [[gnu::noinline]] void* takeFromNewChunk(std::size_t size) {
     auto* const chunk = static_cast<Chunk*>(::operator new(chunkSize));
-    *chunk = {this, 0, sizeof(Chunk)};
+    *chunk = {this, 0, 0};
     ++chunks_;
-    Chunk* const former = std::exchange(current_, chunk);
-    if (former != nullptr && former->live == 0) release(former);
-    const std::lock_guard lock(mutex_);
-    giveBackAll(std::exchange(returned_, nullptr));
+    retireCurrent();
+    current_ = chunk;
+    end_ = reinterpret_cast<unsigned char*>(chunk) + chunkSize;
+    left_ = chunkSize - sizeof(Chunk);
+    {
+      const std::lock_guard lock(mutex_);
+      giveBackAll(std::exchange(returned_, nullptr));
+    }
+    return take(size);
+  }
+
+  // Nothing more is cut from the present chunk.
+  void retireCurrent() noexcept {
+    Chunk* const chunk = std::exchange(current_, nullptr);
+    if (chunk == nullptr) return;
+    chunk->used = static_cast<std::uint32_t>(chunkSize - std::exchange(left_, 0));
+    if (chunk->live == 0) release(chunk);
   }
 
   // All of its blocks have been given back.
@@ -159,7 +169,10 @@ class Pool {
 
   // By size in granules.
   std::array<Free*, largestPooled / granule + 1> free_{};
+  // What blocks are cut from: its end, and how much of it is left.
   Chunk* current_ = nullptr;
+  unsigned char* end_ = nullptr;
+  std::size_t left_ = 0;
   std::size_t chunks_ = 0;
 
   std::mutex mutex_;
