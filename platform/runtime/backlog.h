@@ -1,6 +1,8 @@
 #pragma once
 
-#include <deque>
+#include <cstddef>
+#include <memory>
+#include <utility>
 
 #include "Tavro/baseRow.h"
 
@@ -10,47 +12,105 @@ namespace Tavro {
 struct Change {
   enum class Kind : unsigned char { inserted, deleted, ended };
 
-  Change(Kind what, const BaseRow& of) : kind(what), row(of) {}
-
   Kind kind;
   // Null for the end-of-data mark.
   BaseRow row;
 };
 
 // The changes that a reader has not been told of, in order. Changes are staged first, and become part of it
-// when they are settled: what fails half way is withdrawn.
+// when they are settled: what fails half way is withdrawn. The row of the first change is lent out while the
+// reader is told of it, and the change counts until that has been done.
 class Backlog {
  public:
+  Backlog() = default;
+  Backlog(const Backlog&) = delete;
+  Backlog& operator=(const Backlog&) = delete;
+  ~Backlog() { clear(); }
+
   void stage(Change::Kind kind, const BaseRow& row) {
-    changes_.emplace_back(kind, row);
+    if (behind_ - first_ == places_) [[unlikely]]
+      grow();
+    std::construct_at(&at(behind_), kind, row);
+    ++behind_;
     ++staged_;
-    insertions_ += kind == Change::Kind::inserted ? 1 : 0;
+    insertions_ += countOf(kind);
   }
   void settle() noexcept { staged_ = 0; }
   void withdraw() noexcept {
     for (; staged_ > 0; --staged_) {
-      insertions_ -= changes_.back().kind == Change::Kind::inserted ? 1 : 0;
-      changes_.pop_back();
+      --behind_;
+      insertions_ -= countOf(at(behind_).kind);
+      std::destroy_at(&at(behind_));
     }
   }
 
-  bool isEmpty() const { return changes_.empty(); }
-  const Change& front() const { return changes_.front(); }
-  void popFront() noexcept {
-    insertions_ -= front().kind == Change::Kind::inserted ? 1 : 0;
-    changes_.pop_front();
-  }
-  void clear() noexcept {
-    changes_.clear();
-    staged_ = insertions_ = 0;
-  }
-
+  bool isEmpty() const { return first_ == behind_; }
   std::size_t insertions() const { return insertions_; }
 
+  // Of a backlog that is not empty.
+  Change lendFirst() noexcept {
+    Change& first = at(first_);
+    Change change{first.kind, std::move(first.row)};
+    std::destroy_at(&first);
+    isLent_ = true;
+    return change;
+  }
+  // The reader has been told of `change`, which was lent out. False when there has been a `clear` since.
+  bool dropLent(const Change& change) noexcept {
+    if (!std::exchange(isLent_, false)) return false;
+    insertions_ -= countOf(change.kind);
+    ++first_;
+    if (isEmpty() && places_ > fewPlaces) [[unlikely]]
+      freePlaces();
+    return true;
+  }
+  // The reader has refused it. No effect when there has been a `clear` since.
+  void returnLent(Change&& change) noexcept {
+    if (std::exchange(isLent_, false)) std::construct_at(&at(first_), std::move(change));
+  }
+
+  void clear() noexcept {
+    for (std::size_t i = firstHere(); i != behind_; ++i) std::destroy_at(&at(i));
+    first_ = behind_;
+    freePlaces();
+    staged_ = insertions_ = 0;
+    isLent_ = false;
+  }
+
  private:
-  std::deque<Change> changes_;
+  // What is kept when all changes have been told.
+  static constexpr std::size_t fewPlaces = 64;
+
+  static std::size_t countOf(Change::Kind kind) { return kind == Change::Kind::inserted ? 1 : 0; }
+
+  Change& at(std::size_t number) const { return changes_[number & (places_ - 1)]; }
+  std::size_t firstHere() const { return first_ + (isLent_ ? 1 : 0); }
+
+  [[gnu::noinline]] void grow() {
+    const std::size_t places = places_ == 0 ? fewPlaces : 2 * places_;
+    Change* const changes = std::allocator<Change>().allocate(places);
+    for (std::size_t i = firstHere(); i != behind_; ++i) {
+      std::construct_at(&changes[i & (places - 1)], std::move(at(i)));
+      std::destroy_at(&at(i));
+    }
+    if (places_ != 0) std::allocator<Change>().deallocate(changes_, places_);
+    changes_ = changes;
+    places_ = places;
+  }
+  void freePlaces() noexcept {
+    if (places_ != 0) std::allocator<Change>().deallocate(changes_, std::exchange(places_, 0));
+  }
+
+  // A power of two of places, or none. Changes are numbered from 0 on; each stands in the place of its
+  // number.
+  Change* changes_ = nullptr;
+  std::size_t places_ = 0;
+  std::size_t first_ = 0;
+  std::size_t behind_ = 0;
+
   std::size_t staged_ = 0;
   std::size_t insertions_ = 0;
+  bool isLent_ = false;
 };
 
 }  // namespace Tavro

@@ -14,6 +14,17 @@ InterfaceState::InterfaceState(TvTableInterface& owner, unsigned char mode, Hand
   if (mode != TvTableInterface::readMode && mode != TvTableInterface::writeMode)
     throw std::invalid_argument("interface " + name_ + ": mode " + std::to_string(mode) +
                                 " neither reads nor writes");
+  wantedIs(Change::Kind::inserted, handlers_.row != nullptr);
+  wantedIs(Change::Kind::deleted, handlers_.del != nullptr);
+}
+
+void InterfaceState::wantedIs(Change::Kind kind, bool isWanted) {
+  wanted_ = static_cast<unsigned char>(isWanted ? wanted_ | bitOf(kind) : wanted_ & ~bitOf(kind));
+}
+
+void InterfaceState::endHandlerIs(TvTableInterface::ReadyHandler end) {
+  handlers_.end = std::move(end);
+  wantedIs(Change::Kind::ended, handlers_.end != nullptr);
 }
 
 void InterfaceState::bind(MemoryTable& table, RunQueue& queue, Client* client) {
@@ -68,7 +79,7 @@ void InterfaceState::deactivate() {
 }
 
 void InterfaceState::stage(Change::Kind kind, const BaseRow& row) {
-  if (phase_ != Phase::bound && hasHandler(kind)) backlog_.stage(kind, row);
+  if (phase_ != Phase::bound && (wanted_ & bitOf(kind)) != 0) backlog_.stage(kind, row);
 }
 
 void InterfaceState::settle() noexcept {
@@ -87,29 +98,50 @@ bool InterfaceState::isToComeFor(const Client* writer) const {
   return phase_ == Phase::bound && handlers_.row != nullptr && client_ != nullptr && client_ != writer;
 }
 
+// What is mostly false comes first: it is asked several times for every change.
 bool InterfaceState::runnable() const {
+  if (isReader()) {
+    if (!readyDue_ && (backlog_.isEmpty() || phase_ != Phase::active)) return false;
+    if (table_ == nullptr || !owner_->clientReady() || (client_ != nullptr && client_->isHeld()))
+      return false;
+    return !readyDue_ || handlers_.row != nullptr || !table_->isBeingFilled();
+  }
   if (table_ == nullptr) return false;
-  if (!isReader()) return noticesDue_ > 0 || (readyDue_ && !table_->isReaderToComeFor(client_));
-  if (!owner_->clientReady() || (client_ != nullptr && client_->isHeld())) return false;
-  if (readyDue_) return handlers_.row != nullptr || !table_->isBeingFilled();
-  return phase_ == Phase::active && !backlog_.isEmpty();
+  return noticesDue_ > 0 || (readyDue_ && !table_->isReaderToComeFor(client_));
 }
 
-void InterfaceState::deliver(const std::shared_ptr<InterfaceState>& self) {
-  const std::shared_ptr<InterfaceState> alive = self;
-  if (alive->readyDue_)
-    alive->deliverReady();
-  else if (alive->isReader())
-    alive->deliverChange();
+void InterfaceState::leaveOwner(std::unique_ptr<InterfaceState> self) noexcept {
+  self->disconnect();
+  if (self->isDelivering_) self.release()->isOwnerless_ = true;
+}
+
+void InterfaceState::deliver() {
+  struct Delivery {
+    InterfaceState& of;
+    explicit Delivery(InterfaceState& state) : of(state) { of.isDelivering_ = true; }
+    Delivery(const Delivery&) = delete;
+    Delivery& operator=(const Delivery&) = delete;
+    ~Delivery() {
+      of.isDelivering_ = false;
+      if (of.isOwnerless_) [[unlikely]]
+        delete &of;
+    }
+  };
+  const Delivery delivery(*this);
+  if (readyDue_) [[unlikely]]
+    deliverReady();
+  else if (isReader())
+    deliverChange();
   else
-    alive->deliverBlocking();
+    deliverBlocking();
 }
 
-template <typename Tell, typename Done>
-void InterfaceState::attempt(const Tell& tell, const Done& done) {
+template <typename Tell, typename Done, typename Refused>
+void InterfaceState::attempt(const Tell& tell, const Done& done, const Refused& refused) {
   try {
     tell();
   } catch (const TvTableFull&) {
+    refused();
     if (table_ != nullptr) queue_->park(*owner_);
     return;
   } catch (...) {
@@ -122,7 +154,7 @@ void InterfaceState::attempt(const Tell& tell, const Done& done) {
 }
 
 void InterfaceState::deliverReady() {
-  attempt([this] { handlers_.ready(); }, [this] { readyDue_ = false; });
+  attempt([this] { handlers_.ready(); }, [this] { readyDue_ = false; }, [] {});
 }
 
 void InterfaceState::deliverBlocking() {
@@ -132,30 +164,19 @@ void InterfaceState::deliverBlocking() {
           [&] {
             if (noticesDue_ > 0) --noticesDue_;
             if (!blocked) queue.resumeAll();
-          });
+          },
+          [] {});
   if (client_ != nullptr && !isHeld()) client_->considerReaders();
 }
 
 void InterfaceState::deliverChange() {
-  const Change change = backlog_.front();
+  Change change = backlog_.lendFirst();
   attempt([&] { tell(change); },
-          [this] {
-            // Disconnected by its own handler.
-            if (backlog_.isEmpty()) return;
-            backlog_.popFront();
-            table_->considerRoom();
-          });
-}
-
-bool InterfaceState::hasHandler(Change::Kind kind) const {
-  switch (kind) {
-    case Change::Kind::inserted:
-      return handlers_.row != nullptr;
-    case Change::Kind::deleted:
-      return handlers_.del != nullptr;
-    default:
-      return handlers_.end != nullptr;
-  }
+          [&] {
+            // Unless its own handler has disconnected it.
+            if (backlog_.dropLent(change)) table_->considerRoom();
+          },
+          [&] { backlog_.returnLent(std::move(change)); });
 }
 
 void InterfaceState::tell(const Change& change) const {

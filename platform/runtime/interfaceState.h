@@ -27,6 +27,9 @@ class InterfaceState {
   InterfaceState(const InterfaceState&) = delete;
   InterfaceState& operator=(const InterfaceState&) = delete;
 
+  // The interface goes. Its state goes with it, or when the delivery under way has ended.
+  static void leaveOwner(std::unique_ptr<InterfaceState> self) noexcept;
+
   // `client` may be null.
   void bind(MemoryTable& table, RunQueue& queue, Client* client);
   // Leaves table and scheduler; nothing is told any more. No effect when not bound.
@@ -38,7 +41,7 @@ class InterfaceState {
   // Throws std::logic_error when not bound.
   MemoryTable& table() const;
   MemoryTable& tableToWrite() const;
-  void endHandlerIs(TvTableInterface::ReadyHandler end) { handlers_.end = std::move(end); }
+  void endHandlerIs(TvTableInterface::ReadyHandler end);
 
   void activate(bool reading);
   void deactivate();
@@ -61,20 +64,21 @@ class InterfaceState {
   void endIs() noexcept { hasEnded_ = true; }
 
   bool runnable() const;
-  // Tells what comes next. `self` keeps the handlers alive when one of them destroys the interface.
-  static void deliver(const std::shared_ptr<InterfaceState>& self);
+  // Tells what comes next. The handlers stay alive when one of them destroys the interface.
+  void deliver();
 
  private:
   // A reader's road: it keeps nothing until its client asks for it, then keeps changes, then is told of them.
   enum class Phase : unsigned char { bound, keeping, active };
 
-  // Runs `tell`, and `done` unless the client refuses to be told now.
-  template <typename Tell, typename Done>
-  void attempt(const Tell& tell, const Done& done);
+  // Runs `tell`, then `done`, or `refused` when the client cannot be told now.
+  template <typename Tell, typename Done, typename Refused>
+  void attempt(const Tell& tell, const Done& done, const Refused& refused);
   void deliverReady();
   void deliverBlocking();
   void deliverChange();
-  bool hasHandler(Change::Kind kind) const;
+  static unsigned bitOf(Change::Kind kind) { return 1U << static_cast<unsigned>(kind); }
+  void wantedIs(Change::Kind kind, bool isWanted);
   void tell(const Change& change) const;
 
   // Not to be followed once `table_` is null: the interface may be gone.
@@ -82,6 +86,8 @@ class InterfaceState {
   std::string name_;
   unsigned char mode_;
   Handlers handlers_;
+  // The kinds of changes that there are handlers for, a bit each.
+  unsigned char wanted_ = 0;
   MemoryTable* table_ = nullptr;
   RunQueue* queue_ = nullptr;
   Client* client_ = nullptr;
@@ -95,6 +101,9 @@ class InterfaceState {
   bool blocked_ = false;
   unsigned noticesDue_ = 0;
   bool hasEnded_ = false;
+
+  bool isDelivering_ = false;
+  bool isOwnerless_ = false;
 };
 
 }  // namespace Tavro

@@ -8,12 +8,12 @@ namespace Tavro {
 TvTableInterface::TvTableInterface(const std::string& name, const std::string& /*alias*/, unsigned char mode,
                                    ReadyHandler ready, RowHandler row, RowHandler del, BlockHandler block)
     : Schedulable(name, Kelpo::Platform::getDebugHandler("Scheduler")),
-      state_(std::make_shared<InterfaceState>(
+      state_(std::make_unique<InterfaceState>(
           *this, mode,
           InterfaceState::Handlers{std::move(ready), std::move(row), std::move(del), std::move(block), {}})) {
 }
 
-TvTableInterface::~TvTableInterface() { state_->disconnect(); }
+TvTableInterface::~TvTableInterface() { InterfaceState::leaveOwner(std::move(state_)); }
 
 void TvTableInterface::activate(bool reading) { state_->activate(reading); }
 void TvTableInterface::deactivate(bool /*blocked*/) { state_->deactivate(); }
@@ -50,6 +50,6 @@ TvRowIterator TvTableInterface::lower_bound(const BaseRow& key, unsigned char in
 void TvTableInterface::endHandlerIs(ReadyHandler end) { state_->endHandlerIs(std::move(end)); }
 
 bool TvTableInterface::runnable() const { return state_->runnable(); }
-void TvTableInterface::runOnce() { InterfaceState::deliver(state_); }
+void TvTableInterface::runOnce() { state_->deliver(); }
 
 }  // namespace Tavro

@@ -29,9 +29,8 @@ const std::vector<Change> changes{
 constexpr unsigned programs = 3;
 // What fails: a call of the program with this number, or an allocation.
 constexpr unsigned memory = programs;
-// The second reader has kept so many changes that it needs memory for one more, which the first does not: a
-// kind and a row each, in blocks of 512 bytes.
-constexpr unsigned kept = 512 / (sizeof(BaseRow) + sizeof(void*)) - 1;
+// The second reader has kept so many changes that it needs memory for one more, which the first does not.
+constexpr unsigned kept = 64;
 
 // Makes the change with its step number `failing` failing. False when it has not so many steps.
 bool changesNothing(const Change& change, unsigned rows, unsigned place, unsigned failing) {

@@ -130,8 +130,7 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   InterfaceState& state() { return *state_; }
 
  private:
-  // Shared with the delivery under way, which its handler may outlive the interface in.
-  std::shared_ptr<InterfaceState> state_;
+  std::unique_ptr<InterfaceState> state_;
 };
 
 // The database of a process.
