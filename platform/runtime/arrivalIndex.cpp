@@ -14,9 +14,8 @@ ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColu
       encoder_(columns) {}
 
 IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
-  const std::uint64_t hash = hasLookup_ ? hashOf(row) : 0;
-  IndexEntry::Owner entry = IndexEntry::make(row, arrival, HashedEntries::key(hash, arrival));
-  if (hasLookup_) byHash_.insert(*entry);
+  IndexEntry::Owner entry = IndexEntry::make<Entry>(row, arrival);
+  if (hasLookup_) addToLookup(*entry);
   return link(std::move(entry), nullptr);
 }
 
@@ -37,15 +36,12 @@ IndexEntry* ArrivalIndex::find(const BaseRow& row) {
 IndexEntry* ArrivalIndex::lowerBound(const BaseRow&) { throwNoOrder(); }
 
 void ArrivalIndex::forget(IndexEntry& entry) noexcept {
-  if (hasLookup_) byHash_.erase(entry);
+  if (hasLookup_) byHash_.erase(static_cast<Entry&>(entry));
 }
 
 void ArrivalIndex::buildLookup() {
   try {
-    for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) {
-      entry->high = hashOf(entry->row);
-      byHash_.insert(*entry);
-    }
+    for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) addToLookup(*entry);
   } catch (...) {
     byHash_.clear();
     throw;
@@ -53,10 +49,11 @@ void ArrivalIndex::buildLookup() {
   hasLookup_ = true;
 }
 
-std::uint64_t ArrivalIndex::hashOf(const BaseRow& row) const {
+void ArrivalIndex::addToLookup(IndexEntry& entry) {
   KeyBuffer key;
-  encoder_.append(row, key);
-  return hashBytes(key.bytes(), key.size());
+  encoder_.append(entry.row, key);
+  entry.high = hashBytes(key.bytes(), key.size());
+  byHash_.insert(static_cast<Entry&>(entry));
 }
 
 }  // namespace Tavro

@@ -22,14 +22,20 @@ class ArrivalIndex : public IndexBase {
   IndexEntry* lowerBound(const BaseRow& key) override;
 
  private:
+  // Found by the hash of its row, which it holds once there has been a lookup.
+  struct Entry : IndexEntry {
+    using IndexEntry::IndexEntry;
+    EncodedKey key() const { return hashKey(high, arrival); }
+  };
+
   void forget(IndexEntry& entry) noexcept override;
   void buildLookup();
-  std::uint64_t hashOf(const BaseRow& row) const;
+  void addToLookup(IndexEntry& entry);
 
   RowShape shape_;
   KeyEncoder encoder_;
   // By all columns. Empty until the first lookup.
-  HashedEntries byHash_;
+  HashedEntries<Entry> byHash_;
   bool hasLookup_ = false;
 };
 

@@ -24,9 +24,9 @@ struct EntryTree::Node {
     low[i] = from.low[j];
     entry[i] = from.entry[j];
   }
-  void slotIs(unsigned i, IndexEntry& e) {
-    high[i] = e.high;
-    low[i] = e.low;
+  void slotIs(unsigned i, IndexEntry& e, const EncodedKey& key) {
+    high[i] = key.high;
+    low[i] = key.low;
     entry[i] = &e;
   }
   // Makes room for a slot at `i`.
@@ -84,6 +84,12 @@ void EntryTree::Node::take(Node& from, unsigned first) {
   from.count = first;
 }
 
+// The heads of both keys are equal, so the entry's has a tail too if the other has one.
+int EntryTree::compareTail(const IndexEntry& entry, const EncodedKey& key) {
+  if (key.length <= keyHeadLength) return 0;
+  return compareTails(static_cast<const KeyedEntry&>(entry).key(), key);
+}
+
 // The number of slots whose keys are not greater than `key`. Most keys are told apart by their first 8 bytes,
 // so those are searched alone, without branches, since a wrong guess costs more than the whole search.
 unsigned EntryTree::notGreater(const Node& node, const EncodedKey& key) {
@@ -98,7 +104,7 @@ unsigned EntryTree::notGreater(const Node& node, const EncodedKey& key) {
   const auto isGreater = [&](unsigned i) {
     if (node.high[i] != key.high) return node.high[i] > key.high;
     if (node.low[i] != key.low) return node.low[i] > key.low;
-    return compareTails(node.entry[i]->key(), key) > 0;
+    return compareTail(*node.entry[i], key) > 0;
   };
   if (first == node.count || isGreater(first)) return first;
   ++first;
@@ -147,13 +153,14 @@ IndexEntry* EntryTree::lowerBound(const EncodedKey& key) const {
     node = node->inner().child[i];
   }
   const unsigned upTo = notGreater(*node, key);
-  if (upTo > 0 && node->entry[upTo - 1]->key() == key) return node->entry[upTo - 1];
+  if (upTo > 0 && node->high[upTo - 1] == key.high && node->low[upTo - 1] == key.low &&
+      compareTail(*node->entry[upTo - 1], key) == 0)
+    return node->entry[upTo - 1];
   return upTo < node->count ? node->entry[upTo] : behind;
 }
 
 // Full nodes are split on the way down, so the leaf has room and nothing can fail once the entry goes in.
-IndexEntry* EntryTree::insert(IndexEntry& entry) {
-  const EncodedKey key = entry.key();
+IndexEntry* EntryTree::insert(IndexEntry& entry, const EncodedKey& key) {
   if (root_ == nullptr) root_ = newNode(true);
   if (root_->count == nodeCapacity) {
     Inner* const above = new Inner;
@@ -180,10 +187,10 @@ IndexEntry* EntryTree::insert(IndexEntry& entry) {
   __builtin_prefetch(behind);
   if (position > 0) __builtin_prefetch(node->entry[position - 1]);
   node->openSlot(position);
-  node->slotIs(position, entry);
+  node->slotIs(position, entry, key);
   // Only a key before all others can come first in its leaf.
   if (position == 0)
-    for (Node* first = root_; !first->leaf; first = first->inner().child[0]) first->slotIs(0, entry);
+    for (Node* first = root_; !first->leaf; first = first->inner().child[0]) first->slotIs(0, entry, key);
   return behind;
 }
 
@@ -198,8 +205,7 @@ void EntryTree::split(Inner& parent, unsigned index, const EncodedKey& key) {
   parent.child[index + 1] = right;
 }
 
-void EntryTree::erase(IndexEntry& entry) noexcept {
-  const EncodedKey key = entry.key();
+void EntryTree::erase(const EncodedKey& key) noexcept {
   struct Step {
     Inner* node;
     unsigned index;

@@ -4,28 +4,29 @@
 
 namespace Tavro {
 
+// The key by which HashedEntries find an entry.
+inline EncodedKey hashKey(std::uint64_t hash, std::uint64_t arrival) {
+  return {hash, arrival, keyHeadLength, nullptr};
+}
+
 // Entries of an index without an order, found by a hash of their rows; entries of one hash in order of
-// arrival. Their keys are made by `key`.
+// arrival. `Entry` is the type of all of them, whose `key` is one of `hashKey`.
+template <typename Entry>
 class HashedEntries {
  public:
-  static EncodedKey key(std::uint64_t hash, std::uint64_t arrival) {
-    return {hash, arrival, keyHeadLength, nullptr};
-  }
-
   // The first entry of that hash for whose row `matches` says so, or null. Passes on what `matches` throws.
   template <typename Matches>
   IndexEntry* find(std::uint64_t hash, const Matches& matches) const {
-    IndexEntry* candidate = tree_.lowerBound(key(hash, 0));
+    IndexEntry* candidate = tree_.lowerBound(hashKey(hash, 0));
     while (candidate != nullptr && candidate->high == hash) {
       if (matches(candidate->row)) return candidate;
-      // The key keeps the number of the row that came first, while `arrival` is that of a row in its place.
-      candidate = tree_.lowerBound(key(hash, candidate->low + 1));
+      candidate = tree_.lowerBound(hashKey(hash, static_cast<const Entry&>(*candidate).key().low + 1));
     }
     return nullptr;
   }
   // Throws std::bad_alloc; nothing is added then.
-  void insert(IndexEntry& entry) { tree_.insert(entry); }
-  void erase(IndexEntry& entry) noexcept { tree_.erase(entry); }
+  void insert(Entry& entry) { tree_.insert(entry, entry.key()); }
+  void erase(const Entry& entry) noexcept { tree_.erase(entry.key()); }
   void clear() noexcept { tree_.clear(); }
 
  private:

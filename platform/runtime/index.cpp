@@ -16,15 +16,6 @@ IndexBase::~IndexBase() {
   }
 }
 
-IndexEntry* IndexBase::link(IndexEntry::Owner owner, IndexEntry* behind) noexcept {
-  IndexEntry* const entry = owner.release();
-  entry->next = behind;
-  entry->previous = behind == nullptr ? last_ : behind->previous;
-  (entry->previous == nullptr ? first_ : entry->previous->next) = entry;
-  (behind == nullptr ? last_ : behind->previous) = entry;
-  return entry;
-}
-
 void IndexBase::unlink(IndexEntry& entry) noexcept {
   (entry.previous == nullptr ? first_ : entry.previous->next) = entry.next;
   (entry.next == nullptr ? last_ : entry.next->previous) = entry.previous;

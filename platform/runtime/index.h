@@ -50,7 +50,14 @@ class IndexBase {
   virtual void forget(IndexEntry& entry) noexcept = 0;
 
   // Puts the entry before `behind`, or last for null, and takes it over.
-  IndexEntry* link(IndexEntry::Owner entry, IndexEntry* behind) noexcept;
+  IndexEntry* link(IndexEntry::Owner entry, IndexEntry* behind) noexcept {
+    IndexEntry* const linked = entry.release();
+    linked->next = behind;
+    linked->previous = behind == nullptr ? last_ : behind->previous;
+    (linked->previous == nullptr ? first_ : linked->previous->next) = linked;
+    (behind == nullptr ? last_ : behind->previous) = linked;
+    return linked;
+  }
   // Moves an entry of the list to its end.
   void relinkLast(IndexEntry& entry) noexcept;
 

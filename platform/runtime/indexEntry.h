@@ -1,39 +1,62 @@
 #pragma once
 
 #include <memory>
+#include <new>
 
 #include "Tavro/baseRow.h"
+#include "Tavro/blockPool.h"
 #include "encodedKey.h"
 
 namespace Tavro {
 
 // One row's place in one index. Its address does not change as long as the row is stored, so iterators and
-// trees point at it. The key's bytes behind the first 16 follow the object in its allocation.
+// trees point at it.
 struct IndexEntry {
   struct Deleter {
-    void operator()(IndexEntry* entry) const noexcept;
+    void operator()(IndexEntry* entry) const noexcept {
+      entry->~IndexEntry();
+      giveBlockBack(entry);
+    }
   };
   using Owner = std::unique_ptr<IndexEntry, Deleter>;
 
+  template <typename Entry>
+  static Owner make(const BaseRow& row, std::uint64_t arrival) {
+    return Owner(new (takeBlock(sizeof(Entry))) Entry(row, arrival));
+  }
+
+  // What else there is, its index sets.
+  IndexEntry(const BaseRow& storedRow, std::uint64_t arrivalNumber)
+      : row(storedRow), arrival(arrivalNumber) {}
+
+  // What a lookup touches comes first.
+  BaseRow row;
+  // The first 8 bytes of the entry's key as a number, or whatever else its index finds it by.
+  std::uint64_t high;
+  // The entries before and behind in the order of the index.
+  IndexEntry* previous;
+  IndexEntry* next;
+  // The same row in the index of the next number; behind the last comes index 0 again.
+  IndexEntry* inNextIndex;
+  // The row's number in order of arrival, from 1.
+  std::uint64_t arrival;
+
+ protected:
+  ~IndexEntry() = default;
+};
+
+// An entry that is found by a key. The key's bytes behind the first 16 follow the object in its block.
+struct KeyedEntry : IndexEntry {
   static Owner make(const BaseRow& row, std::uint64_t arrival, const EncodedKey& key);
 
   EncodedKey key() const { return {high, low, keyLength, reinterpret_cast<const unsigned char*>(this + 1)}; }
 
-  BaseRow row;
-  // The entries before and behind in the order of the index.
-  IndexEntry* previous = nullptr;
-  IndexEntry* next = nullptr;
-  // The same row in the index of the next number; behind the last comes index 0 again.
-  IndexEntry* inNextIndex = nullptr;
-  // The row's number in order of arrival, from 1.
-  std::uint64_t arrival;
-  std::uint64_t high;
   std::uint64_t low;
   std::uint32_t keyLength;
 
  private:
-  IndexEntry(const BaseRow& row, std::uint64_t arrival, const EncodedKey& key);
-  ~IndexEntry() = default;
+  KeyedEntry(const BaseRow& row, std::uint64_t arrival, const EncodedKey& key);
+  ~KeyedEntry() = default;
 };
 
 }  // namespace Tavro

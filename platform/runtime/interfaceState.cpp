@@ -55,14 +55,12 @@ void InterfaceState::disconnect() noexcept {
 
 void InterfaceState::consider() noexcept { queue_->consider(*owner_); }
 
-MemoryTable& InterfaceState::table() const {
-  if (table_ == nullptr) throw std::logic_error("interface " + name_ + " is not bound to a table");
-  return *table_;
+void InterfaceState::throwNotBound() const {
+  throw std::logic_error("interface " + name_ + " is not bound to a table");
 }
 
-MemoryTable& InterfaceState::tableToWrite() const {
-  if (isReader()) throw std::logic_error("interface " + name_ + " reads its table and cannot write to it");
-  return table();
+void InterfaceState::throwNoWriter() const {
+  throw std::logic_error("interface " + name_ + " reads its table and cannot write to it");
 }
 
 void InterfaceState::activate(bool reading) {

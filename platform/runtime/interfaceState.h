@@ -39,8 +39,16 @@ class InterfaceState {
 
   bool isReader() const { return mode_ == TvTableInterface::readMode; }
   // Throws std::logic_error when not bound.
-  MemoryTable& table() const;
-  MemoryTable& tableToWrite() const;
+  MemoryTable& table() const {
+    if (table_ == nullptr) [[unlikely]]
+      throwNotBound();
+    return *table_;
+  }
+  MemoryTable& tableToWrite() const {
+    if (isReader()) [[unlikely]]
+      throwNoWriter();
+    return table();
+  }
   void endHandlerIs(TvTableInterface::ReadyHandler end);
 
   void activate(bool reading);
@@ -70,6 +78,9 @@ class InterfaceState {
  private:
   // A reader's road: it keeps nothing until its client asks for it, then keeps changes, then is told of them.
   enum class Phase : unsigned char { bound, keeping, active };
+
+  [[noreturn]] void throwNotBound() const;
+  [[noreturn]] void throwNoWriter() const;
 
   // Runs `tell`, then `done`, or `refused` when the client cannot be told now.
   template <typename Tell, typename Done, typename Refused>

@@ -18,7 +18,7 @@ KeyedEntries::Tag KeyedEntries::tagOf(const EncodedKey& key) {
   return tag == 0 ? 1 : tag;
 }
 
-IndexEntry* KeyedEntries::find(const EncodedKey& key) const {
+KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
   if (count_ == 0) return nullptr;
   const Tag tag = tagOf(key);
   __builtin_prefetch(&entries_[begin(tag)]);
@@ -32,7 +32,7 @@ void KeyedEntries::reserve() {
   const std::size_t former = limit_ == 0 ? 0 : mask_ + 1;
   const std::size_t places = former == 0 ? fewestPlaces : 2 * former;
   auto tags = std::make_unique<Tag[]>(places);
-  auto entries = std::make_unique<IndexEntry*[]>(places);
+  auto entries = std::make_unique<KeyedEntry*[]>(places);
   tags.swap(tags_);
   entries.swap(entries_);
   mask_ = places - 1;
@@ -41,12 +41,12 @@ void KeyedEntries::reserve() {
     if (tags[i] != 0) put(tags[i], entries[i]);
 }
 
-void KeyedEntries::insert(IndexEntry& entry) noexcept {
+void KeyedEntries::insert(KeyedEntry& entry) noexcept {
   put(tagOf(entry.key()), &entry);
   ++count_;
 }
 
-void KeyedEntries::put(Tag tag, IndexEntry* entry) noexcept {
+void KeyedEntries::put(Tag tag, KeyedEntry* entry) noexcept {
   std::size_t i = begin(tag);
   while (tags_[i] != 0) i = next(i);
   tags_[i] = tag;
@@ -54,7 +54,7 @@ void KeyedEntries::put(Tag tag, IndexEntry* entry) noexcept {
 }
 
 // What stands behind the gap moves into it, unless it would then stand ahead of where its search begins.
-void KeyedEntries::erase(IndexEntry& entry) noexcept {
+void KeyedEntries::erase(KeyedEntry& entry) noexcept {
   if (--count_ == 0) return clear();
   std::size_t gap = begin(tagOf(entry.key()));
   while (entries_[gap] != &entry) gap = next(gap);

@@ -175,22 +175,31 @@ void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
   shape_.require(row);
   requireRoom(writer);
   Announcement news(readers_);
-  const Meeting met = hasUnique_ ? meet(row, nullptr) : Meeting{nullptr, {}};
+  if (hasUnique_) {
+    putOrReplace(row, news);
+  } else {
+    news.add(Change::Kind::inserted, row);
+    put(row);
+  }
+  news.make();
+}
+
+void MemoryTable::putOrReplace(const BaseRow& row, Announcement& news) {
+  const Meeting met = meet(row, nullptr);
   if (met.entry == nullptr) {
     news.add(Change::Kind::inserted, row);
     put(row);
-  } else {
-    news.add(Change::Kind::deleted, met.entry->row);
-    if (autoUpdate_ == nullptr) {
-      news.add(Change::Kind::inserted, row);
-      replace(met, row);
-    } else {
-      const BaseRow merged = merge(met.entry->row, row);
-      news.add(Change::Kind::inserted, merged);
-      replace(meet(merged, met.entry), merged);
-    }
+    return;
   }
-  news.make();
+  news.add(Change::Kind::deleted, met.entry->row);
+  if (autoUpdate_ == nullptr) {
+    news.add(Change::Kind::inserted, row);
+    replace(met, row);
+  } else {
+    const BaseRow merged = merge(met.entry->row, row);
+    news.add(Change::Kind::inserted, merged);
+    replace(meet(merged, met.entry), merged);
+  }
 }
 
 void MemoryTable::remove(const BaseRow& row) {

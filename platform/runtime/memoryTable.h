@@ -92,6 +92,7 @@ class MemoryTable final : public Table {
   void prepareEntries(const BaseRow& row, const std::bitset<maxIndexes>& except);
   void tieEntries() noexcept;
   void put(const BaseRow& row);
+  void putOrReplace(const BaseRow& row, Announcement& news);
   void replace(const Meeting& met, const BaseRow& row);
   void erase(IndexEntry& entry) noexcept;
 

@@ -14,10 +14,10 @@ IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
   KeyBuffer key;
   encoder_.append(row, key);
   if (!isUnique()) key.appendNumber(arrival);
-  IndexEntry::Owner entry = IndexEntry::make(row, arrival, key.key());
+  IndexEntry::Owner entry = KeyedEntry::make(row, arrival, key.key());
   if (hasLookup_) byKey_.reserve();
-  IndexEntry* const behind = tree_.insert(*entry);
-  if (hasLookup_) byKey_.insert(*entry);
+  IndexEntry* const behind = tree_.insert(*entry, key.key());
+  if (hasLookup_) byKey_.insert(static_cast<KeyedEntry&>(*entry));
   return link(std::move(entry), behind);
 }
 
@@ -41,7 +41,7 @@ IndexEntry* OrderedIndex::find(KeyBuffer& key) const {
   if (found == nullptr) return nullptr;
   // Equal columns: the key differs in the number of arrival alone.
   if (!isUnique()) key.lastNumberIs(found->arrival);
-  return found->key() == key.key() ? found : nullptr;
+  return static_cast<KeyedEntry&>(*found).key() == key.key() ? found : nullptr;
 }
 
 IndexEntry* OrderedIndex::lowerBound(const BaseRow& row) {
@@ -51,15 +51,16 @@ IndexEntry* OrderedIndex::lowerBound(const BaseRow& row) {
 }
 
 void OrderedIndex::forget(IndexEntry& entry) noexcept {
-  tree_.erase(entry);
-  if (hasLookup_) byKey_.erase(entry);
+  auto& keyed = static_cast<KeyedEntry&>(entry);
+  tree_.erase(keyed.key());
+  if (hasLookup_) byKey_.erase(keyed);
 }
 
 void OrderedIndex::buildLookup() {
   try {
     for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) {
       byKey_.reserve();
-      byKey_.insert(*entry);
+      byKey_.insert(static_cast<KeyedEntry&>(*entry));
     }
   } catch (...) {
     byKey_.clear();

@@ -39,7 +39,7 @@ class LessIndex final : public ProgrammedIndex {
 
   IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override {
     IndexEntry* const behind = firstBehind(row);
-    IndexEntry::Owner entry = IndexEntry::make(row, arrival, {0, 0, 0, nullptr});
+    IndexEntry::Owner entry = IndexEntry::make<IndexEntry>(row, arrival);
     order_.insert(*entry, behind);
     return link(std::move(entry), behind);
   }
@@ -71,8 +71,8 @@ class HashIndex final : public ProgrammedIndex {
   using ProgrammedIndex::ProgrammedIndex;
 
   IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override {
-    IndexEntry::Owner entry = IndexEntry::make(row, arrival, HashedEntries::key(rules().hash(row), arrival));
-    byHash_.insert(*entry);
+    IndexEntry::Owner entry = KeyedEntry::make(row, arrival, hashKey(rules().hash(row), arrival));
+    byHash_.insert(static_cast<KeyedEntry&>(*entry));
     return link(std::move(entry), nullptr);
   }
   IndexEntry* find(const BaseRow& row) override {
@@ -87,9 +87,10 @@ class HashIndex final : public ProgrammedIndex {
   }
 
  private:
-  void forget(IndexEntry& entry) noexcept override { byHash_.erase(entry); }
+  void forget(IndexEntry& entry) noexcept override { byHash_.erase(static_cast<KeyedEntry&>(entry)); }
 
-  HashedEntries byHash_;
+  // The key keeps the number of the row that came first, while `arrival` is that of a row in its place.
+  HashedEntries<KeyedEntry> byHash_;
 };
 
 }  // namespace
