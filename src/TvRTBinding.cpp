@@ -178,9 +178,9 @@ void Context::throwNoHost(const char* what, len_t table) {
 }
 
 bool Context::fetchRow(len_t table, len_t index) {
-  BaseRow row = host("input row", table).fetchRow(table, keyRow(), index);
+  BaseRow row = host("input row", table).find(table, getRow(keyRowIdx), index);
   const bool found = !row.isNull();
-  replaceRow(table, std::move(row));
+  slotToReplace(table).swap(row);
   return found;
 }
 

@@ -249,10 +249,10 @@ void Proxy::typeKey(len_t index, BaseRow& key) const {
   key.rowTypeIs(info == nullptr ? unknownRowType : static_cast<len_t>(info->rowType));
 }
 
-BaseRow Proxy::fetchRow(len_t index, BaseRow key, len_t indexNum) {
+BaseRow Proxy::find(len_t index, BaseRow& key, len_t indexNum) {
   const TvTableInterface& table = input(index, "input row");
   typeKey(index, key);
-  return *table.find(key, static_cast<unsigned char>(indexNum));
+  return table.findRow(key, static_cast<unsigned char>(indexNum));
 }
 
 void Proxy::lower_bound(len_t index, BaseRow key, len_t indexNum) {

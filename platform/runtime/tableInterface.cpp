@@ -42,6 +42,11 @@ TvRowIterator TvTableInterface::find(const BaseRow& key, unsigned char index) co
   return under.iteratorAt(under.find(key));
 }
 
+BaseRow TvTableInterface::findRow(const BaseRow& key, unsigned char index) const {
+  const IndexEntry* const found = state_->table().index(index).find(key);
+  return found == nullptr ? BaseRow() : found->row;
+}
+
 TvRowIterator TvTableInterface::lower_bound(const BaseRow& key, unsigned char index) const {
   IndexBase& under = state_->table().index(index);
   return under.iteratorAt(under.lowerBound(key));

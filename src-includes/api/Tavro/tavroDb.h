@@ -117,6 +117,8 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   TvRowIterator end(unsigned char index) const;
   // The first row that matches `key`, or the end.
   TvRowIterator find(const BaseRow& key, unsigned char index) const;
+  // The row at that position, for who wants no more than that; a null row at the end.
+  BaseRow findRow(const BaseRow& key, unsigned char index) const;
   // The first row that is not less than `key`.
   TvRowIterator lower_bound(const BaseRow& key, unsigned char index) const;
 
