@@ -20,17 +20,27 @@ TvRowIterator TvRowIterator::operator++(int) {
 }
 
 TvRowIterator& TvRowIterator::operator++() {
-  if (entry_ == nullptr) return *this;
+  if (entry_ != nullptr) step();
+  return *this;
+}
+
+BaseRow TvRowIterator::next() {
+  if (entry_ == nullptr) return {};
+  BaseRow row(entry_->row);
+  step();
+  return row;
+}
+
+inline void TvRowIterator::step() {
   if (entry_->next != nullptr) {
     entry_ = entry_->next;
     // Whoever walks wants the next row soon, which may be far away.
-    if (entry_->next != nullptr) __builtin_prefetch(entry_->next->row.rowBuf());
+    if (entry_->next != nullptr) entry_->next->row.prefetch();
   } else {
     IndexBase* const index = index_;
     detach();
     attach(index, nullptr);
   }
-  return *this;
 }
 
 void TvRowIterator::attach(IndexBase* index, IndexEntry* entry) {

@@ -123,6 +123,9 @@ class TAVRO_EXPORT BaseRow {
   // Writes the row type straight into the buffer, shared or not. Throws TvNullRow on a null row.
   void rowTypeIs(len_t type) { storeBytes(rwRowBuf() + tv_rowTypeOffset, type); }
 
+  // Has the buffer fetched into the cache, for a row that is read soon.
+  void prefetch() const { __builtin_prefetch(row_.get()); }
+
   // Handles that share the buffer, this one included.
   long useCount() const { return row_.use_count(); }
   void swap(BaseRow& other) noexcept { row_.swap(other.row_); }

@@ -36,6 +36,8 @@ class TAVRO_EXPORT TvRowIterator {
   // Moves to the next row and returns the old position. Stays where it is at the end.
   TvRowIterator operator++(int);
   TvRowIterator& operator++();
+  // The row at the position, as operator* gives it; then moves to the next row, as operator++ does.
+  BaseRow next();
 
  private:
   friend class IndexBase;
@@ -43,6 +45,8 @@ class TAVRO_EXPORT TvRowIterator {
   TvRowIterator(IndexBase* index, IndexEntry* entry) { attach(index, entry); }
   void attach(IndexBase* index, IndexEntry* entry);
   void detach();
+  // From a row.
+  void step();
 
   IndexBase* index_ = nullptr;
   // Null stands for the end.
