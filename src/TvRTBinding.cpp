@@ -193,9 +193,8 @@ void Context::begin(len_t table, len_t index) { host("input row", table).begin(t
 bool Context::nextRow(len_t table) {
   TvRowIterator& cursor = host("table", table).cursor(table);
   BaseRow& slot = slotToReplace(table);
-  BaseRow row = *cursor;
+  BaseRow row = cursor.next();
   slot.swap(row);
-  ++cursor;
   return !slot.isNull();
 }
 

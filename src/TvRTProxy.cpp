@@ -266,12 +266,7 @@ void Proxy::begin(len_t index, len_t indexNum) {
   rowIters[index] = {table.begin(static_cast<unsigned char>(indexNum)), indexNum};
 }
 
-BaseRow Proxy::nextRow(len_t index) {
-  TvRowIterator& at = cursor(index);
-  BaseRow row = *at;
-  ++at;
-  return row;
-}
+BaseRow Proxy::nextRow(len_t index) { return cursor(index).next(); }
 
 void Proxy::insertRow(BaseRow& row) { tableOut().rowIs(row); }
 
