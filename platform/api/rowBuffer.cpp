@@ -36,8 +36,8 @@ struct RowBlockAllocator {
 
 }  // namespace
 
-TvPtr<TvRowBuf> makeRowBuffer(len_t len) {
-  inTheMaking.length = len + sizeof(Ip6Addr);
+TvPtr<TvRowBuf> makeRowBuffer(len_t len, std::size_t beyond) {
+  inTheMaking.length = len + beyond;
   TvPtr<TvRowBuf> row = std::allocate_shared<TvRowBuf>(RowBlockAllocator<TvRowBuf>(), nullptr);
   row->buffer = inTheMaking.bytes;
   std::memset(row->buffer, 0, inTheMaking.length);

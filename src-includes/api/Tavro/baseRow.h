@@ -78,9 +78,9 @@ struct TAVRO_EXPORT TvRowBuf {
   std::unique_ptr<std::vector<PayloadRoom>> spacious{};
 };
 
-// A buffer of `len` zeroed bytes with one owner: counts, object and bytes in one block. Behind the bytes lies
-// room for one array element, since an array may be indexed at its count. Throws std::bad_alloc.
-TAVRO_EXPORT TvPtr<TvRowBuf> makeRowBuffer(len_t len);
+// A buffer of `len` zeroed bytes with one owner: counts, object and bytes in one block. `beyond` more zeroed
+// bytes lie behind them. Throws std::bad_alloc.
+TAVRO_EXPORT TvPtr<TvRowBuf> makeRowBuffer(len_t len, std::size_t beyond = 0);
 
 // True for the column types that stand in place.
 template <typename T>
