@@ -31,21 +31,24 @@ constexpr std::size_t chunkSize = 65536 - 16;
 
 class Pool;
 
-// Stands in front of every block.
-struct alignas(granule) Head {
-  // Of the block, in granules.
-  std::uint32_t size;
-  // Of the head in its chunk, in bytes; 0 for a block that has no chunk.
-  std::uint32_t offset;
+// Stands in front of every block, in the second half of a granule.
+struct Head {
+  // Of the block with its head, in granules.
+  std::uint16_t size;
+  // Of the head in its chunk, in granules; 0 for a block that has no chunk.
+  std::uint16_t offset;
 };
+constexpr std::size_t headPlace = granule - sizeof(Head);
 
-struct alignas(granule) Chunk {
+struct Chunk {
   Pool* pool;
   // Blocks that are not given back.
   std::uint32_t live;
-  // How much of it blocks were cut from, in bytes; known once that has come to its end.
+  // How much of it blocks were cut from, in granules; known once that has come to its end.
   std::uint32_t used;
 };
+constexpr std::size_t chunkBegin = (sizeof(Chunk) + granule - 1) / granule;
+constexpr std::size_t chunkEnd = (chunkSize - headPlace) / granule;
 
 // Stands in a block that was given back.
 struct Free {
@@ -54,15 +57,16 @@ struct Free {
 };
 
 Head* headOf(void* block) { return static_cast<Head*>(block) - 1; }
-Head* headAt(Chunk* chunk, std::uint32_t offset) {
-  return reinterpret_cast<Head*>(reinterpret_cast<unsigned char*>(chunk) + offset);
+Head* headAt(void* memory, std::size_t offset) {
+  return reinterpret_cast<Head*>(static_cast<unsigned char*>(memory) + offset * granule + headPlace);
 }
-Chunk* chunkOf(Head* head) {
-  return reinterpret_cast<Chunk*>(reinterpret_cast<unsigned char*>(head) - head->offset);
+void* memoryOf(Head* head) {
+  return reinterpret_cast<unsigned char*>(head) - headPlace - head->offset * granule;
 }
+Chunk* chunkOf(Head* head) { return static_cast<Chunk*>(memoryOf(head)); }
 
 void* takePlain(std::size_t size) {
-  auto* const head = static_cast<Head*>(::operator new(sizeof(Head) + size));
+  Head* const head = headAt(::operator new(granule + size), 0);
   head->offset = 0;
   return head + 1;
 }
@@ -72,18 +76,18 @@ void* takePlain(std::size_t size) {
 class Pool {
  public:
   void* take(std::size_t size) {
-    const std::size_t granules = (std::max(size, sizeof(Free)) + granule - 1) / granule;
+    const std::size_t granules = (std::max(size, sizeof(Free)) + sizeof(Head) + granule - 1) / granule;
     if (Free* const block = free_[granules]; block != nullptr) {
       remove(*block, granules);
       ++chunkOf(headOf(block))->live;
       return block;
     }
-    const std::size_t length = sizeof(Head) + granules * granule;
-    if (length > left_) [[unlikely]]
+    if (granules > left_) [[unlikely]]
       return takeFromNewChunk(size);
-    auto* const head = reinterpret_cast<Head*>(end_ - left_);
-    *head = {static_cast<std::uint32_t>(granules), static_cast<std::uint32_t>(chunkSize - left_)};
-    left_ -= length;
+    const std::size_t offset = chunkEnd - left_;
+    Head* const head = headAt(current_, offset);
+    *head = {static_cast<std::uint16_t>(granules), static_cast<std::uint16_t>(offset)};
+    left_ -= granules;
     ++current_->live;
     return head + 1;
   }
@@ -139,8 +143,7 @@ class Pool {
     ++chunks_;
     retireCurrent();
     current_ = chunk;
-    end_ = reinterpret_cast<unsigned char*>(chunk) + chunkSize;
-    left_ = chunkSize - sizeof(Chunk);
+    left_ = chunkEnd - chunkBegin;
     {
       const std::lock_guard lock(mutex_);
       giveBackAll(std::exchange(returned_, nullptr));
@@ -152,26 +155,25 @@ class Pool {
   void retireCurrent() noexcept {
     Chunk* const chunk = std::exchange(current_, nullptr);
     if (chunk == nullptr) return;
-    chunk->used = static_cast<std::uint32_t>(chunkSize - std::exchange(left_, 0));
+    chunk->used = static_cast<std::uint32_t>(chunkEnd - std::exchange(left_, 0));
     if (chunk->live == 0) release(chunk);
   }
 
   // All of its blocks have been given back.
   void release(Chunk* chunk) noexcept {
-    for (std::uint32_t offset = sizeof(Chunk); offset < chunk->used;) {
+    for (std::size_t offset = chunkBegin; offset < chunk->used;) {
       Head* const head = headAt(chunk, offset);
       remove(*reinterpret_cast<Free*>(head + 1), head->size);
-      offset += static_cast<std::uint32_t>(sizeof(Head) + head->size * granule);
+      offset += head->size;
     }
     ::operator delete(chunk);
     --chunks_;
   }
 
   // By size in granules.
-  std::array<Free*, largestPooled / granule + 1> free_{};
-  // What blocks are cut from: its end, and how much of it is left.
+  std::array<Free*, largestPooled / granule + 2> free_{};
+  // What blocks are cut from, and how much of it is left, in granules.
   Chunk* current_ = nullptr;
-  unsigned char* end_ = nullptr;
   std::size_t left_ = 0;
   std::size_t chunks_ = 0;
 
@@ -216,7 +218,7 @@ void* takeBlock(std::size_t size) {
 
 void giveBlockBack(void* block) noexcept {
   Head* const head = headOf(block);
-  if (head->offset == 0) return ::operator delete(head);
+  if (head->offset == 0) return ::operator delete(memoryOf(head));
   Pool* const pool = chunkOf(head)->pool;
   if (pool == ownPool) [[likely]]
     return pool->giveBack(head);

@@ -50,6 +50,10 @@ struct KeyedEntry : IndexEntry {
   static Owner make(const BaseRow& row, std::uint64_t arrival, const EncodedKey& key);
 
   EncodedKey key() const { return {high, low, keyLength, reinterpret_cast<const unsigned char*>(this + 1)}; }
+  // A key of 8 bytes at most is known by them: no key begins another one.
+  bool hasKey(const EncodedKey& other) const {
+    return high == other.high && (other.length <= sizeof high || key() == other);
+  }
 
   std::uint64_t low;
   std::uint32_t keyLength;

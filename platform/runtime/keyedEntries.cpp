@@ -23,7 +23,7 @@ KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
   const Tag tag = tagOf(key);
   __builtin_prefetch(&entries_[begin(tag)]);
   for (std::size_t i = begin(tag); tags_[i] != 0; i = next(i))
-    if (tags_[i] == tag && entries_[i]->key() == key) return entries_[i];
+    if (tags_[i] == tag && entries_[i]->hasKey(key)) return entries_[i];
   return nullptr;
 }
 
