@@ -1,22 +1,191 @@
 #include "arrivalIndex.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <new>
 #include <utility>
 
 #include "hash.h"
 
 namespace Tavro {
+namespace {
+
+// A chunk is found by the address of an entry in it. It ends before its page does, where the allocator keeps
+// what it needs between one chunk and the next.
+constexpr std::size_t pageSize = 4096;
+constexpr std::size_t chunkSize = pageSize - 2 * sizeof(std::size_t);
+constexpr std::size_t headSize = 56;
+constexpr unsigned wordBits = 64;
+
+// A walk asks for rows so many entries ahead.
+constexpr unsigned rowsAhead = 8;
+
+}  // namespace
+
+struct ArrivalIndex::Chunk {
+  // An entry takes a bit beside its bytes.
+  static constexpr unsigned capacity = (chunkSize - headSize) * 8 / (sizeof(Entry) * 8 + 1);
+
+  explicit Chunk(std::uint64_t arrival) : firstArrival(arrival), end(at(0)) {}
+
+  static Chunk& of(const IndexEntry& entry) {
+    return *reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(&entry) & ~(pageSize - 1));
+  }
+  Entry* at(unsigned place) { return reinterpret_cast<Entry*>(places_.data()) + place; }
+  unsigned placeOf(const IndexEntry& entry) {
+    return static_cast<unsigned>(static_cast<const Entry*>(&entry) - at(0));
+  }
+  unsigned size() { return placeOf(*end); }
+  bool isEmpty() { return gaps == size(); }
+  void addGap(unsigned place) {
+    gaps_[place / wordBits] |= std::uint64_t{1} << place % wordBits;
+    ++gaps;
+  }
+  // The first entry from `place` on, or null.
+  Entry* from(unsigned place) {
+    for (const unsigned count = size(); place < count; place = (place / wordBits + 1) * wordBits) {
+      const std::uint64_t taken = ~gaps_[place / wordBits] >> place % wordBits;
+      if (taken == 0) continue;
+      place += static_cast<unsigned>(std::countr_zero(taken));
+      return place < count ? at(place) : nullptr;
+    }
+    return nullptr;
+  }
+
+  Chunk* previous = nullptr;
+  Chunk* next = nullptr;
+  // The number of arrival of the first place.
+  std::uint64_t firstArrival;
+  // Behind the last place that has been taken.
+  Entry* end;
+  // Places before that where no entry stands any more.
+  unsigned gaps = 0;
+  // By place, where they are needed: the same rows in the next index, and the hashes of the rows.
+  std::unique_ptr<IndexEntry*[]> ties;
+  std::unique_ptr<std::uint64_t[]> hashes;
+
+ private:
+  std::array<std::uint64_t, capacity / wordBits + 1> gaps_{};
+  alignas(Entry) std::array<unsigned char, capacity * sizeof(Entry)> places_;
+};
+
+EncodedKey ArrivalIndex::Entry::key() const {
+  Chunk& chunk = Chunk::of(*this);
+  const unsigned place = chunk.placeOf(*this);
+  return hashKey(chunk.hashes[place], chunk.firstArrival + place);
+}
 
 ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
                            len_t fixedLength)
-    : IndexBase(columns.front().tableName(), number, false),
-      shape_(columns, fixedLength),
-      encoder_(columns) {}
+    : IndexBase(columns.front().tableName(), number, false), shape_(columns, fixedLength), encoder_(columns) {
+  static_assert(sizeof(Chunk) <= chunkSize);
+}
+
+ArrivalIndex::~ArrivalIndex() {
+  while (first_ != nullptr) {
+    for (Entry* entry = first_->from(0); entry != nullptr; entry = first_->from(first_->placeOf(*entry) + 1))
+      entry->~Entry();
+    release(*first_);
+  }
+}
+
+ArrivalIndex::Chunk* ArrivalIndex::newChunk(std::uint64_t firstArrival) const {
+  void* const memory = ::operator new(chunkSize, std::align_val_t(pageSize));
+  auto chunk = std::unique_ptr<Chunk, void (*)(Chunk*)>(new (memory) Chunk(firstArrival), [](Chunk* failed) {
+    failed->~Chunk();
+    ::operator delete(failed, std::align_val_t(pageSize));
+  });
+  if (hasTies_) chunk->ties = std::make_unique<IndexEntry*[]>(Chunk::capacity);
+  if (hasLookup_) chunk->hashes = std::make_unique<std::uint64_t[]>(Chunk::capacity);
+  return chunk.release();
+}
+
+void ArrivalIndex::release(Chunk& chunk) noexcept {
+  (chunk.previous == nullptr ? first_ : chunk.previous->next) = chunk.next;
+  (chunk.next == nullptr ? last_ : chunk.next->previous) = chunk.previous;
+  chunk.~Chunk();
+  ::operator delete(&chunk, std::align_val_t(pageSize));
+}
 
 IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
-  IndexEntry::Owner entry = IndexEntry::make<Entry>(row, arrival);
-  if (hasLookup_) addToLookup(*entry);
-  return link(std::move(entry), nullptr);
+  if (arrival != nextArrival_ || last_->end == last_->at(Chunk::capacity)) [[unlikely]]
+    goOnAt(arrival);
+  Chunk& chunk = *last_;
+  auto* const entry = new (chunk.end) Entry(row);
+  if (hasLookup_) [[unlikely]] {
+    try {
+      addToLookup(*entry);
+    } catch (...) {
+      entry->~Entry();
+      throw;
+    }
+  }
+  ++chunk.end;
+  nextArrival_ = arrival + 1;
+  return entry;
+}
+
+// Numbers of arrival that nothing stands for are gaps.
+void ArrivalIndex::goOnAt(std::uint64_t arrival) {
+  if (last_ == nullptr || arrival - last_->firstArrival >= Chunk::capacity) {
+    Chunk* const chunk = newChunk(arrival);
+    chunk->previous = last_;
+    (last_ == nullptr ? first_ : last_->next) = chunk;
+    Chunk* const former = std::exchange(last_, chunk);
+    if (former != nullptr && former->isEmpty()) release(*former);
+  } else {
+    for (; nextArrival_ < arrival; ++nextArrival_) last_->addGap(last_->placeOf(*last_->end++));
+  }
+}
+
+void ArrivalIndex::remove(IndexEntry& removed) noexcept {
+  auto& entry = static_cast<Entry&>(removed);
+  if (hasLookup_) byHash_.erase(entry);
+  Chunk& chunk = Chunk::of(entry);
+  chunk.addGap(chunk.placeOf(entry));
+  entry.~Entry();
+  // The last chunk goes on to be filled.
+  if (chunk.isEmpty() && &chunk != last_) release(chunk);
+}
+
+void ArrivalIndex::replaceRow(IndexEntry&, const BaseRow&, std::uint64_t) noexcept {}
+
+IndexEntry* ArrivalIndex::first() const {
+  for (Chunk* chunk = first_; chunk != nullptr; chunk = chunk->next)
+    if (Entry* const entry = chunk->from(0); entry != nullptr) return entry;
+  return nullptr;
+}
+
+IndexEntry* ArrivalIndex::next(const IndexEntry& entry) const {
+  Chunk* chunk = &Chunk::of(entry);
+  const Entry* const following = static_cast<const Entry*>(&entry) + 1;
+  if (following + rowsAhead < chunk->end && chunk->gaps == 0) [[likely]] {
+    following[rowsAhead].row.prefetch();
+    return const_cast<Entry*>(following);
+  }
+  Entry* found = chunk->from(chunk->placeOf(entry) + 1);
+  while (found == nullptr && chunk->next != nullptr) {
+    chunk = chunk->next;
+    found = chunk->from(0);
+  }
+  return found;
+}
+
+std::uint64_t ArrivalIndex::arrivalOf(const IndexEntry& entry) const {
+  Chunk& chunk = Chunk::of(entry);
+  return chunk.firstArrival + chunk.placeOf(entry);
+}
+
+void ArrivalIndex::prepareTies() {
+  for (Chunk* chunk = first_; chunk != nullptr; chunk = chunk->next)
+    if (chunk->ties == nullptr) chunk->ties = std::make_unique<IndexEntry*[]>(Chunk::capacity);
+  hasTies_ = true;
+}
+
+IndexEntry*& ArrivalIndex::inNextIndex(IndexEntry& entry) {
+  Chunk& chunk = Chunk::of(entry);
+  return chunk.ties[chunk.placeOf(entry)];
 }
 
 IndexEntry* ArrivalIndex::find(const BaseRow& row) {
@@ -35,13 +204,12 @@ IndexEntry* ArrivalIndex::find(const BaseRow& row) {
 
 IndexEntry* ArrivalIndex::lowerBound(const BaseRow&) { throwNoOrder(); }
 
-void ArrivalIndex::forget(IndexEntry& entry) noexcept {
-  if (hasLookup_) byHash_.erase(static_cast<Entry&>(entry));
-}
-
 void ArrivalIndex::buildLookup() {
   try {
-    for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) addToLookup(*entry);
+    for (Chunk* chunk = first_; chunk != nullptr; chunk = chunk->next)
+      if (chunk->hashes == nullptr) chunk->hashes = std::make_unique<std::uint64_t[]>(Chunk::capacity);
+    for (IndexEntry* entry = first(); entry != nullptr; entry = next(*entry))
+      addToLookup(static_cast<Entry&>(*entry));
   } catch (...) {
     byHash_.clear();
     throw;
@@ -49,11 +217,12 @@ void ArrivalIndex::buildLookup() {
   hasLookup_ = true;
 }
 
-void ArrivalIndex::addToLookup(IndexEntry& entry) {
+void ArrivalIndex::addToLookup(Entry& entry) {
   KeyBuffer key;
   encoder_.append(entry.row, key);
-  entry.high = hashBytes(key.bytes(), key.size());
-  byHash_.insert(static_cast<Entry&>(entry));
+  Chunk& chunk = Chunk::of(entry);
+  chunk.hashes[chunk.placeOf(entry)] = hashBytes(key.bytes(), key.size());
+  byHash_.insert(entry);
 }
 
 }  // namespace Tavro

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "Tavro/tvMetadata.h"
@@ -12,28 +13,51 @@ namespace Tavro {
 
 // Rows in order of arrival, which admits equal ones. A lookup matches the first row that is equal in all
 // columns; what it needs is built when the first one asks for it.
-class ArrivalIndex : public IndexBase {
+//
+// Most tables are of this kind, so an entry is no more than a row's handle: entries stand side by side in
+// chunks, each in the place that its number of arrival says. What was erased leaves a gap; a chunk goes with
+// its last entry.
+class ArrivalIndex final : public IndexBase {
  public:
   ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns, len_t fixedLength);
+  ~ArrivalIndex() override;
 
   bool takes(const BaseRow& row) const override { return shape_.fits(row); }
   IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override;
   IndexEntry* find(const BaseRow& key) override;
   IndexEntry* lowerBound(const BaseRow& key) override;
+  // Never called, since no key is unique.
+  void replaceRow(IndexEntry& entry, const BaseRow& row, std::uint64_t arrival) noexcept override;
+
+  IndexEntry* first() const override;
+  IndexEntry* next(const IndexEntry& entry) const override;
+  std::uint64_t arrivalOf(const IndexEntry& entry) const override;
+  void prepareTies() override;
+  IndexEntry*& inNextIndex(IndexEntry& entry) override;
 
  private:
-  // Found by the hash of its row, which it holds once there has been a lookup.
+  struct Chunk;
   struct Entry : IndexEntry {
     using IndexEntry::IndexEntry;
-    EncodedKey key() const { return hashKey(high, arrival); }
+    // Found by the hash of its row, once there has been a lookup.
+    EncodedKey key() const;
   };
 
-  void forget(IndexEntry& entry) noexcept override;
+  void remove(IndexEntry& entry) noexcept override;
+  void goOnAt(std::uint64_t arrival);
+  Chunk* newChunk(std::uint64_t firstArrival) const;
+  void release(Chunk& chunk) noexcept;
+
   void buildLookup();
-  void addToLookup(IndexEntry& entry);
+  void addToLookup(Entry& entry);
 
   RowShape shape_;
   KeyEncoder encoder_;
+  Chunk* first_ = nullptr;
+  Chunk* last_ = nullptr;
+  // Of the place behind the last; 0, which no row has, before the first chunk.
+  std::uint64_t nextArrival_ = 0;
+  bool hasTies_ = false;
   // By all columns. Empty until the first lookup.
   HashedEntries<Entry> byHash_;
   bool hasLookup_ = false;

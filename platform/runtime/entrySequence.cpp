@@ -11,7 +11,7 @@ constexpr unsigned fewEntries = 32;
 
 }  // namespace
 
-EntrySequence::Block& EntrySequence::blockOf(const IndexEntry& entry) {
+EntrySequence::Block& EntrySequence::blockOf(const LinkedEntry& entry) {
   return *std::bit_cast<Block*>(static_cast<std::uintptr_t>(entry.high));
 }
 
@@ -20,11 +20,11 @@ EntrySequence::Blocks::iterator EntrySequence::placeOf(const Block& block) {
                       [&](const std::unique_ptr<Block>& candidate) { return candidate.get() == &block; });
 }
 
-unsigned EntrySequence::Block::positionOf(const IndexEntry& entry) const {
+unsigned EntrySequence::Block::positionOf(const LinkedEntry& entry) const {
   return static_cast<unsigned>(std::find(begin(), end(), &entry) - begin());
 }
 
-void EntrySequence::Block::insert(unsigned at, IndexEntry& entry) {
+void EntrySequence::Block::insert(unsigned at, LinkedEntry& entry) {
   std::copy_backward(entries.begin() + at, entries.begin() + count, entries.begin() + count + 1);
   entries[at] = &entry;
   entry.high = reinterpret_cast<std::uintptr_t>(this);
@@ -44,7 +44,7 @@ void EntrySequence::Block::take(Block& from, unsigned first) {
   from.count = first;
 }
 
-void EntrySequence::insert(IndexEntry& entry, IndexEntry* behind) {
+void EntrySequence::insert(LinkedEntry& entry, LinkedEntry* behind) {
   if (blocks_.empty()) blocks_.push_back(std::make_unique<Block>());
   Block* block = behind == nullptr ? blocks_.back().get() : &blockOf(*behind);
   unsigned at = behind == nullptr ? block->count : block->positionOf(*behind);
@@ -61,7 +61,7 @@ void EntrySequence::insert(IndexEntry& entry, IndexEntry* behind) {
   block->insert(at, entry);
 }
 
-void EntrySequence::erase(IndexEntry& entry) noexcept {
+void EntrySequence::erase(LinkedEntry& entry) noexcept {
   Block& block = blockOf(entry);
   block.removeAt(block.positionOf(entry));
   if (block.count == 0)

@@ -17,12 +17,14 @@ class HashedEntries {
   // The first entry of that hash for whose row `matches` says so, or null. Passes on what `matches` throws.
   template <typename Matches>
   IndexEntry* find(std::uint64_t hash, const Matches& matches) const {
-    IndexEntry* candidate = tree_.lowerBound(hashKey(hash, 0));
-    while (candidate != nullptr && candidate->high == hash) {
+    for (std::uint64_t arrival = 0;;) {
+      IndexEntry* const candidate = tree_.lowerBound(hashKey(hash, arrival));
+      if (candidate == nullptr) return nullptr;
+      const EncodedKey key = static_cast<const Entry&>(*candidate).key();
+      if (key.high != hash) return nullptr;
       if (matches(candidate->row)) return candidate;
-      candidate = tree_.lowerBound(hashKey(hash, static_cast<const Entry&>(*candidate).key().low + 1));
+      arrival = key.low + 1;
     }
-    return nullptr;
   }
   // Throws std::bad_alloc; nothing is added then.
   void insert(Entry& entry) { tree_.insert(entry, entry.key()); }

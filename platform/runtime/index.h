@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "Tavro/tavroDb.h"
@@ -7,9 +8,8 @@
 
 namespace Tavro {
 
-// An index of a table: one entry for each stored row, in a list that stands in the order of the index, and
-// the iterators that stand on them. What finds an entry by its row is the derived classes' own. Owns its
-// entries.
+// An index of a table: one entry for each stored row, in some order, and the iterators that stand on them.
+// Where entries stand and what finds one by its row is the derived classes' own. Owns its entries.
 class IndexBase {
  public:
   IndexBase(std::string tableName, unsigned number, bool unique);
@@ -23,8 +23,9 @@ class IndexBase {
 
   // True when `row` has the columns that the index compares.
   virtual bool takes(const BaseRow& row) const = 0;
-  // Adds a row that the index takes; in a unique index its key must not be there. Throws std::bad_alloc and
-  // what the rules of a programmed index throw; the index is then as it was.
+  // Adds a row that the index takes; in a unique index its key must not be there. `arrival` is greater than
+  // that of every row before. Throws std::bad_alloc and what the rules of a programmed index throw; the index
+  // is then as it was.
   virtual IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) = 0;
   // The first entry that matches `key`, or null. Throws TvNullRow, and TvOutOfRange for a key that the index
   // does not take.
@@ -40,41 +41,34 @@ class IndexBase {
   void erase(IndexEntry& entry) noexcept;
   // Another row of the same key takes the place of the entry's own in a unique index. Iterators move to the
   // successor, since the row that they stood on is gone.
-  virtual void replaceRow(IndexEntry& entry, const BaseRow& row, std::uint64_t arrival) noexcept;
+  virtual void replaceRow(IndexEntry& entry, const BaseRow& row, std::uint64_t arrival) noexcept = 0;
 
-  IndexEntry* first() const { return first_; }
+  virtual IndexEntry* first() const = 0;
+  // The entry behind, or null. Asked by who walks on, so the rows that come next are fetched ahead.
+  virtual IndexEntry* next(const IndexEntry& entry) const = 0;
+  // The row's number in order of arrival, from 1.
+  virtual std::uint64_t arrivalOf(const IndexEntry& entry) const = 0;
+
+  // From now on `inNextIndex` may be asked. Throws std::bad_alloc.
+  virtual void prepareTies() {}
+  // The same row in the index of the next number; behind the last comes index 0 again.
+  virtual IndexEntry*& inNextIndex(IndexEntry& entry) = 0;
+
   TvRowIterator iteratorAt(IndexEntry* entry) { return {this, entry}; }
 
  protected:
-  // Takes the entry out of what finds it.
-  virtual void forget(IndexEntry& entry) noexcept = 0;
-
-  // Puts the entry before `behind`, or last for null, and takes it over.
-  IndexEntry* link(IndexEntry::Owner entry, IndexEntry* behind) noexcept {
-    IndexEntry* const linked = entry.release();
-    linked->next = behind;
-    linked->previous = behind == nullptr ? last_ : behind->previous;
-    (linked->previous == nullptr ? first_ : linked->previous->next) = linked;
-    (behind == nullptr ? last_ : behind->previous) = linked;
-    return linked;
-  }
-  // Moves an entry of the list to its end.
-  void relinkLast(IndexEntry& entry) noexcept;
+  // Takes the entry out, on which no iterator stands any more.
+  virtual void remove(IndexEntry& entry) noexcept = 0;
+  void moveIterators(const IndexEntry& from, IndexEntry* to) noexcept;
 
   [[noreturn]] void throwNoOrder() const;
 
  private:
   friend class TvRowIterator;
 
-  void unlink(IndexEntry& entry) noexcept;
-
-  void moveIterators(const IndexEntry& from, IndexEntry* to) noexcept;
-
   std::string tableName_;
   unsigned number_;
   bool unique_;
-  IndexEntry* first_ = nullptr;
-  IndexEntry* last_ = nullptr;
   TvRowIterator* iterators_ = nullptr;
 };
 

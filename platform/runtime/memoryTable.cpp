@@ -122,28 +122,30 @@ unsigned MemoryTable::add(const std::function<std::unique_ptr<IndexBase>(unsigne
   std::unique_ptr<IndexBase> added = make(number);
   std::vector<IndexEntry*> rows;
   rows.reserve(size_);
-  for (IndexEntry* entry = indexes_.front()->first(); entry != nullptr; entry = entry->next)
-    rows.push_back(entry);
-  std::sort(rows.begin(), rows.end(),
-            [](const IndexEntry* a, const IndexEntry* b) { return a->arrival < b->arrival; });
+  IndexBase& front = *indexes_.front();
+  for (IndexEntry* entry = front.first(); entry != nullptr; entry = front.next(*entry)) rows.push_back(entry);
+  std::sort(rows.begin(), rows.end(), [&](const IndexEntry* a, const IndexEntry* b) {
+    return front.arrivalOf(*a) < front.arrivalOf(*b);
+  });
+  for (const std::unique_ptr<IndexBase>& index : indexes_) index->prepareTies();
   // Nothing is changed until all rows stand in the new index.
   std::vector<std::pair<IndexEntry*, IndexEntry*>> joints;
   joints.reserve(size_);
   for (IndexEntry* const first : rows) {
     IndexEntry* last = first;
-    while (last->inNextIndex != first) last = last->inNextIndex;
+    for (unsigned i = 0; i + 1 < number; ++i) last = indexes_[i]->inNextIndex(*last);
     if (added->isUnique() && added->findForChange(first->row) != nullptr)
       throw std::invalid_argument("table " + name_ + ": index " + std::to_string(number) +
                                   " admits one row per key, but two rows have one");
-    IndexEntry* const entry = added->insert(first->row, first->arrival);
-    entry->inNextIndex = first;
+    IndexEntry* const entry = added->insert(first->row, front.arrivalOf(*first));
+    added->inNextIndex(*entry) = first;
     joints.emplace_back(last, entry);
   }
   entries_.reserve(number + 1);
   indexes_.push_back(std::move(added));
   entries_.resize(number + 1);
   hasUnique_ |= indexes_.back()->isUnique();
-  for (const auto& [last, entry] : joints) last->inNextIndex = entry;
+  for (const auto& [last, entry] : joints) indexes_[number - 1]->inNextIndex(*last) = entry;
   return number;
 }
 
@@ -226,8 +228,9 @@ void MemoryTable::end(InterfaceState& writer) {
 }
 
 IndexEntry* MemoryTable::inFirstIndex(IndexEntry& entry, std::size_t index) const {
+  if (index == 0) return &entry;
   IndexEntry* first = &entry;
-  for (; index < indexes_.size(); ++index) first = first->inNextIndex;
+  for (; index < indexes_.size(); ++index) first = indexes_[index]->inNextIndex(*first);
   return first;
 }
 
@@ -260,27 +263,31 @@ BaseRow MemoryTable::merge(const BaseRow& stored, const BaseRow& row) const {
 // Makes the row's entries in all indexes, or in none when one of them fails; null in the indexes of `except`.
 void MemoryTable::prepareEntries(const BaseRow& row, const std::bitset<maxIndexes>& except) {
   std::size_t i = 0;
+  ++arrivals_;
   try {
-    for (; i < indexes_.size(); ++i)
-      entries_[i] = except[i] ? nullptr : indexes_[i]->insert(row, arrivals_ + 1);
+    for (; i < indexes_.size(); ++i) entries_[i] = except[i] ? nullptr : indexes_[i]->insert(row, arrivals_);
   } catch (...) {
     while (i-- > 0)
       if (entries_[i] != nullptr) indexes_[i]->erase(*entries_[i]);
     throw;
   }
-  ++arrivals_;
 }
 
 void MemoryTable::tieEntries() noexcept {
+  if (indexes_.size() == 1) return;
   IndexEntry* next = entries_.front();
-  for (std::size_t i = entries_.size(); i-- > 0; next = entries_[i]) entries_[i]->inNextIndex = next;
+  for (std::size_t i = entries_.size(); i-- > 0; next = entries_[i])
+    indexes_[i]->inNextIndex(*entries_[i]) = next;
+}
+
+// Where the index has the same row's entry that is next in the ring, if there is more than one.
+IndexEntry* MemoryTable::inNextIndex(std::size_t index, IndexEntry& entry) const noexcept {
+  return indexes_.size() == 1 ? &entry : indexes_[index]->inNextIndex(entry);
 }
 
 void MemoryTable::put(const BaseRow& row) {
   if (indexes_.size() == 1) {
-    IndexEntry* const entry = indexes_.front()->insert(row, arrivals_ + 1);
-    entry->inNextIndex = entry;
-    ++arrivals_;
+    indexes_.front()->insert(row, ++arrivals_);
   } else {
     prepareEntries(row, {});
     tieEntries();
@@ -293,7 +300,7 @@ void MemoryTable::replace(const Meeting& met, const BaseRow& row) {
   prepareEntries(row, met.indexes);
   IndexEntry* old = met.entry;
   for (std::size_t i = 0; i < indexes_.size(); ++i) {
-    IndexEntry* const oldInNext = old->inNextIndex;
+    IndexEntry* const oldInNext = inNextIndex(i, *old);
     if (entries_[i] == nullptr) {
       indexes_[i]->replaceRow(*old, row, arrivals_);
       entries_[i] = old;
@@ -307,10 +314,10 @@ void MemoryTable::replace(const Meeting& met, const BaseRow& row) {
 
 void MemoryTable::erase(IndexEntry& first) noexcept {
   IndexEntry* entry = &first;
-  for (const std::unique_ptr<IndexBase>& index : indexes_) {
-    IndexEntry* const inNextIndex = entry->inNextIndex;
-    index->erase(*entry);
-    entry = inNextIndex;
+  for (std::size_t i = 0; i < indexes_.size(); ++i) {
+    IndexEntry* const next = inNextIndex(i, *entry);
+    indexes_[i]->erase(*entry);
+    entry = next;
   }
 }
 

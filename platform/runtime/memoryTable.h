@@ -91,6 +91,7 @@ class MemoryTable final : public Table {
   BaseRow merge(const BaseRow& stored, const BaseRow& row) const;
   void prepareEntries(const BaseRow& row, const std::bitset<maxIndexes>& except);
   void tieEntries() noexcept;
+  IndexEntry* inNextIndex(std::size_t index, IndexEntry& entry) const noexcept;
   void put(const BaseRow& row);
   void putOrReplace(const BaseRow& row, Announcement& news);
   void replace(const Meeting& met, const BaseRow& row);

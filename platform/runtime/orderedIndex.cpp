@@ -6,7 +6,7 @@ namespace Tavro {
 
 OrderedIndex::OrderedIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
                            len_t fixedLength, bool unique)
-    : IndexBase(columns.front().tableName(), number, unique),
+    : LinkedIndex(columns.front().tableName(), number, unique),
       shape_(columns, fixedLength),
       encoder_(columns) {}
 
@@ -14,7 +14,7 @@ IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
   KeyBuffer key;
   encoder_.append(row, key);
   if (!isUnique()) key.appendNumber(arrival);
-  IndexEntry::Owner entry = KeyedEntry::make(row, arrival, key.key());
+  LinkedEntry::Owner entry = KeyedEntry::make(row, arrival, key.key());
   if (hasLookup_) byKey_.reserve();
   IndexEntry* const behind = tree_.insert(*entry, key.key());
   if (hasLookup_) byKey_.insert(static_cast<KeyedEntry&>(*entry));
@@ -40,7 +40,7 @@ IndexEntry* OrderedIndex::find(KeyBuffer& key) const {
   IndexEntry* const found = tree_.lowerBound(key.key());
   if (found == nullptr) return nullptr;
   // Equal columns: the key differs in the number of arrival alone.
-  if (!isUnique()) key.lastNumberIs(found->arrival);
+  if (!isUnique()) key.lastNumberIs(arrivalOf(*found));
   return static_cast<KeyedEntry&>(*found).key() == key.key() ? found : nullptr;
 }
 
@@ -50,7 +50,7 @@ IndexEntry* OrderedIndex::lowerBound(const BaseRow& row) {
   return tree_.lowerBound(key.key());
 }
 
-void OrderedIndex::forget(IndexEntry& entry) noexcept {
+void OrderedIndex::forget(LinkedEntry& entry) noexcept {
   auto& keyed = static_cast<KeyedEntry&>(entry);
   tree_.erase(keyed.key());
   if (hasLookup_) byKey_.erase(keyed);
@@ -58,7 +58,7 @@ void OrderedIndex::forget(IndexEntry& entry) noexcept {
 
 void OrderedIndex::buildLookup() {
   try {
-    for (IndexEntry* entry = first(); entry != nullptr; entry = entry->next) {
+    for (IndexEntry* entry = first(); entry != nullptr; entry = next(*entry)) {
       byKey_.reserve();
       byKey_.insert(static_cast<KeyedEntry&>(*entry));
     }

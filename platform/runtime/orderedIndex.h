@@ -4,15 +4,15 @@
 
 #include "Tavro/tvMetadata.h"
 #include "entryTree.h"
-#include "index.h"
 #include "keyEncoder.h"
 #include "keyedEntries.h"
+#include "linkedIndex.h"
 #include "rowShape.h"
 
 namespace Tavro {
 
 // Rows in the order of some columns; equal rows in order of arrival, unless the index is unique.
-class OrderedIndex : public IndexBase {
+class OrderedIndex : public LinkedIndex {
  public:
   OrderedIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns, len_t fixedLength,
                bool unique);
@@ -24,7 +24,7 @@ class OrderedIndex : public IndexBase {
   IndexEntry* lowerBound(const BaseRow& key) override;
 
  private:
-  void forget(IndexEntry& entry) noexcept override;
+  void forget(LinkedEntry& entry) noexcept override;
 
   void buildLookup();
   // The first entry whose columns are those of `key`, or null.

@@ -4,16 +4,17 @@
 
 #include "entrySequence.h"
 #include "hashedEntries.h"
+#include "linkedIndex.h"
 #include "rowShape.h"
 
 namespace Tavro {
 namespace {
 
-class ProgrammedIndex : public IndexBase {
+class ProgrammedIndex : public LinkedIndex {
  public:
   ProgrammedIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns, len_t fixedLength,
                   TvPtr<RowOpsBase> rules)
-      : IndexBase(columns.front().tableName(), number, rules->unique()),
+      : LinkedIndex(columns.front().tableName(), number, rules->unique()),
         rules_(std::move(rules)),
         shape_(columns, fixedLength) {}
 
@@ -38,8 +39,8 @@ class LessIndex final : public ProgrammedIndex {
   using ProgrammedIndex::ProgrammedIndex;
 
   IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override {
-    IndexEntry* const behind = firstBehind(row);
-    IndexEntry::Owner entry = IndexEntry::make<IndexEntry>(row, arrival);
+    LinkedEntry* const behind = firstBehind(row);
+    LinkedEntry::Owner entry = LinkedEntry::make(row, arrival);
     order_.insert(*entry, behind);
     return link(std::move(entry), behind);
   }
@@ -53,10 +54,10 @@ class LessIndex final : public ProgrammedIndex {
   }
 
  private:
-  void forget(IndexEntry& entry) noexcept override { order_.erase(entry); }
+  void forget(LinkedEntry& entry) noexcept override { order_.erase(entry); }
 
   // Rows often arrive in their order, so the last is asked first.
-  IndexEntry* firstBehind(const BaseRow& row) const {
+  LinkedEntry* firstBehind(const BaseRow& row) const {
     const auto isNotBehind = [&](const IndexEntry& entry) { return !rules().less(row, entry.row); };
     if (order_.isEmpty() || isNotBehind(order_.last())) return nullptr;
     return order_.firstNot(isNotBehind);
@@ -71,7 +72,7 @@ class HashIndex final : public ProgrammedIndex {
   using ProgrammedIndex::ProgrammedIndex;
 
   IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override {
-    IndexEntry::Owner entry = KeyedEntry::make(row, arrival, hashKey(rules().hash(row), arrival));
+    LinkedEntry::Owner entry = KeyedEntry::make(row, arrival, hashKey(rules().hash(row), arrival));
     byHash_.insert(static_cast<KeyedEntry&>(*entry));
     return link(std::move(entry), nullptr);
   }
@@ -82,12 +83,12 @@ class HashIndex final : public ProgrammedIndex {
   }
   IndexEntry* lowerBound(const BaseRow&) override { throwNoOrder(); }
   void replaceRow(IndexEntry& entry, const BaseRow& row, std::uint64_t arrival) noexcept override {
-    IndexBase::replaceRow(entry, row, arrival);
-    relinkLast(entry);
+    LinkedIndex::replaceRow(entry, row, arrival);
+    relinkLast(linked(entry));
   }
 
  private:
-  void forget(IndexEntry& entry) noexcept override { byHash_.erase(static_cast<KeyedEntry&>(entry)); }
+  void forget(LinkedEntry& entry) noexcept override { byHash_.erase(static_cast<KeyedEntry&>(entry)); }
 
   // The key keeps the number of the row that came first, while `arrival` is that of a row in its place.
   HashedEntries<KeyedEntry> byHash_;

@@ -32,10 +32,9 @@ BaseRow TvRowIterator::next() {
 }
 
 inline void TvRowIterator::step() {
-  if (entry_->next != nullptr) {
-    entry_ = entry_->next;
-    // Whoever walks wants the next row soon, which may be far away.
-    if (entry_->next != nullptr) entry_->next->row.prefetch();
+  IndexEntry* const following = index_->next(*entry_);
+  if (following != nullptr) {
+    entry_ = following;
   } else {
     IndexBase* const index = index_;
     detach();

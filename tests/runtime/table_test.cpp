@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <random>
 #include <tuple>
 
@@ -166,24 +167,51 @@ INSTANTIATE_TEST_SUITE_P(Tables, TableModel,
                                          Kind{"hashedMerging", false, false, true, true, 6000, 900}),
                          [](const auto& test) { return std::string(test.param.name); });
 
-// Enough rows for a tree of three levels, removed in another order than they came in.
+// Enough rows for a tree of three levels and for many chunks, removed in another order than they came in or
+// in the same, while a cursor stands among them. A second index comes when the table is full.
 TEST(Table, ManyRowsInAndOut) {
-  Fixture fixture(true);
-  fixture.reader.reset();
-  std::vector<unsigned> keys(20000);
-  for (unsigned i = 0; i < keys.size(); ++i) keys[i] = i;
-  std::mt19937 random(5);
-  for (unsigned round = 0; round < 4; ++round) {
-    for (const unsigned key : keys) fixture.insert(key, 0);
-    if (round % 2 == 0) std::shuffle(keys.begin(), keys.end(), random);
-    for (auto next = keys.begin(); next != keys.end();) {
-      fixture.writer->rowDel(fixture.row(*next++, 0));
-      if ((next - keys.begin()) % 1000 != 0) continue;
-      std::vector<unsigned> left(next, keys.end()), found;
-      std::sort(left.begin(), left.end());
-      for (TvRowIterator i = fixture.writer->begin(0); i != fixture.writer->end(0); ++i)
-        found.push_back(columnOf(*i, keyColumn));
-      ASSERT_EQ(found, left);
+  for (const bool keyed : {true, false}) {
+    Fixture fixture(keyed);
+    fixture.reader.reset();
+    std::vector<unsigned> keys(20000);
+    for (unsigned i = 0; i < keys.size(); ++i) keys[i] = i;
+    std::mt19937 random(5);
+    for (unsigned round = 0; round < 4; ++round) {
+      for (const unsigned key : keys) fixture.insert(key, 0);
+      // Equal in all rows, so they stand in order of arrival.
+      if (round == 1) fixture.addColumns({"v"});
+      const std::vector<unsigned> arrived(keys);
+      if (round % 2 == 0) std::shuffle(keys.begin(), keys.end(), random);
+      std::vector<bool> isThere(keys.size(), true);
+      const auto expected = [&](unsigned index) {
+        std::vector<unsigned> left;
+        std::copy_if(arrived.begin(), arrived.end(), std::back_inserter(left),
+                     [&](unsigned key) { return isThere[key]; });
+        if (keyed && index == 0) std::sort(left.begin(), left.end());
+        return left;
+      };
+      const auto found = [&](unsigned char index) {
+        std::vector<unsigned> walked;
+        for (TvRowIterator i = fixture.writer->begin(index); i != fixture.writer->end(index); ++i)
+          walked.push_back(columnOf(*i, keyColumn));
+        return walked;
+      };
+      const std::vector<unsigned> all = expected(0);
+      auto stand = all.begin() + 7000;
+      TvRowIterator cursor = fixture.writer->begin(0);
+      for (auto passed = all.begin(); passed != stand; ++passed) ++cursor;
+      for (std::size_t removed = 0; removed < keys.size();) {
+        const unsigned key = keys[removed++];
+        fixture.writer->rowDel(fixture.row(key, 0));
+        isThere[key] = false;
+        if (removed % 1000 != 0) continue;
+        for (unsigned index = 0; index <= fixture.indexes; ++index)
+          ASSERT_EQ(found(static_cast<unsigned char>(index)), expected(index));
+        stand = std::find_if(stand, all.end(), [&](unsigned next) { return isThere[next]; });
+        ASSERT_EQ((*cursor).isNull(), stand == all.end());
+        if (stand == all.end()) continue;
+        ASSERT_EQ(columnOf(*cursor, keyColumn), *stand);
+      }
     }
   }
 }
