@@ -57,18 +57,27 @@ void RunQueue::resumeAll() noexcept {
   while (parked_.first != nullptr) resume(*parked_.first);
 }
 
-Schedulable& RunQueue::randomOne() {
+Schedulable& RunQueue::takeFirst() noexcept {
+  Schedulable& object = *runnable_.first;
+  runnable_.first = object.next_;
+  (object.next_ == nullptr ? runnable_.last : object.next_->previous_) = nullptr;
+  object.place_ = Schedulable::Place::none;
+  --runnable_.size;
+  return object;
+}
+
+Schedulable& RunQueue::takeRandom() noexcept {
   Schedulable* object = runnable_.first;
   for (auto skipped = static_cast<std::size_t>((*random_)() % runnable_.size); skipped > 0; --skipped)
     object = object->next_;
+  unlist(*object);
   return *object;
 }
 
 bool RunQueue::step() {
   if (inStep_) return false;
   while (runnable_.first != nullptr) {
-    Schedulable& object = random_ ? randomOne() : *runnable_.first;
-    unlist(object);
+    Schedulable& object = random_ ? takeRandom() : takeFirst();
     // It may have been stopped since it was put there.
     if (!object.runnable()) continue;
     struct Step {

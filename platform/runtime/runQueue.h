@@ -49,14 +49,16 @@ class RunQueue {
   }
   void enlist(Schedulable& object, Schedulable::Place place) noexcept;
   void unlist(Schedulable& object) noexcept;
-  Schedulable& randomOne();
+  // Takes one out of the line, which is not empty.
+  Schedulable& takeFirst() noexcept;
+  Schedulable& takeRandom() noexcept;
 
   List runnable_;
   List parked_;
-  std::optional<std::mt19937_64> random_;
   bool inStep_ = false;
   // What runs now; null when it has been destroyed or unbound meanwhile.
   Schedulable* running_ = nullptr;
+  std::optional<std::mt19937_64> random_;
 };
 
 }  // namespace Tavro
