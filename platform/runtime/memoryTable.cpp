@@ -173,6 +173,16 @@ IndexBase& MemoryTable::index(unsigned number) const {
   return *indexes_[number];
 }
 
+inline void MemoryTable::put(const BaseRow& row) {
+  if (indexes_.size() == 1) {
+    indexes_.front()->insert(row, ++arrivals_);
+  } else {
+    prepareEntries(row, {});
+    tieEntries();
+  }
+  ++size_;
+}
+
 void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
   shape_.require(row);
   requireRoom(writer);
@@ -283,16 +293,6 @@ void MemoryTable::tieEntries() noexcept {
 // Where the index has the same row's entry that is next in the ring, if there is more than one.
 IndexEntry* MemoryTable::inNextIndex(std::size_t index, IndexEntry& entry) const noexcept {
   return indexes_.size() == 1 ? &entry : indexes_[index]->inNextIndex(entry);
-}
-
-void MemoryTable::put(const BaseRow& row) {
-  if (indexes_.size() == 1) {
-    indexes_.front()->insert(row, ++arrivals_);
-  } else {
-    prepareEntries(row, {});
-    tieEntries();
-  }
-  ++size_;
 }
 
 // Where the row has the key of the stored one it takes over that one's entry: the key cannot stand twice.
