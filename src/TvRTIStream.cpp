@@ -1,5 +1,6 @@
 #include "Tavro/TvRTIStream.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <new>
@@ -46,12 +47,18 @@ void IStream::clear() {
   labelCount = 0;
 }
 
-// The guard behind the old capacity becomes part of the buffer, so what it holds is cleared as well.
+// The memory is doubled, since a program that is loaded grows by many small steps. The guard behind the old
+// capacity becomes part of the buffer, so what it holds is cleared as well.
 void IStream::growTo(std::uint32_t newCapacity) {
-  auto* const grown = static_cast<unsigned char*>(std::realloc(code, newCapacity + guardSize));
-  if (grown == nullptr) throw std::bad_alloc();
-  std::memset(grown + capacity, 0, newCapacity + guardSize - capacity);
-  code = grown;
+  const auto needed = static_cast<std::uint32_t>(newCapacity + guardSize);
+  if (needed > allocated) {
+    const std::uint32_t size = std::max(needed, 2 * allocated);
+    auto* const grown = static_cast<unsigned char*>(std::realloc(code, size));
+    if (grown == nullptr) throw std::bad_alloc();
+    code = grown;
+    allocated = size;
+  }
+  std::memset(code + capacity, 0, needed - capacity);
   capacity = newCapacity;
 }
 

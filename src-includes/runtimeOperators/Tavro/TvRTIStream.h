@@ -136,6 +136,8 @@ class TAVRO_EXPORT IStream {
   len_t length = 0;
   // The last offset at which a whole handler slot lies within `length`.
   int lastSlot = -int{handlerSlotWidth};
+  // Bytes of memory at `code`.
+  std::uint32_t allocated = 0;
   std::vector<len_t> labels;
   __kelpoDebug debug;
 };
