@@ -16,23 +16,6 @@
 
 namespace Asm {
 
-// Objects that are taken, given back and taken again, with what memory they have. All belong to the pool.
-template <typename T>
-class Pool {
- public:
-  T* take() {
-    if (free_.empty()) return &all_.emplace_back();
-    T* const taken = free_.back();
-    free_.pop_back();
-    return taken;
-  }
-  void giveBack(T* object) { free_.push_back(object); }
-
- private:
-  std::deque<T> all_;
-  std::vector<T*> free_;
-};
-
 // Owns the memory that the generated scanners of this thread take while it lives. They know no want of memory
 // but to end the process; here it is an exception, and what a scanner loses sight of by it is released in the
 // end.
@@ -61,43 +44,27 @@ class ScannerMemory {
   Block first_{&first_, &first_};
 };
 
-// Turns assembly text into tokens. Lives within a ScannerMemory. The parser sets `yylval` before each call;
-// names, numbers and strings arrive there as texts, which the parser gives back.
+// Turns assembly text into tokens. Lives within a ScannerMemory. The parser sets `yylval` before the first
+// call; names, numbers and strings arrive there as texts, each in memory behind the one before, which are the
+// parser's until it gives all of them back. What they view stays as long as the scanner.
 class Lexer : public yyFlexLexer {
  public:
-  using Text = std::string;
-  using List = std::vector<std::string>;
-
-  explicit Lexer(std::istream& in) : yyFlexLexer(&in, nullptr) {}
+  // Reads the stream to its end. Throws std::bad_alloc.
+  explicit Lexer(std::istream& in);
 
   int yylex() override;
-
-  // A list of one text, which is given back.
-  List* newList(Text* first) {
-    List* const list = lists_.take();
-    list->clear();
-    append(list, first);
-    return list;
-  }
-  // Puts a text at the end of a list, and gives it back.
-  void append(List* list, Text* text) {
-    list->push_back(*text);
-    texts_.giveBack(text);
-  }
-  void giveBack(Text* text) { texts_.giveBack(text); }
-  void giveBack(List* list) { lists_.giveBack(list); }
+  void giveBackTexts() { texts_.clear(); }
 
   Parser::semantic_type* yylval = nullptr;
 
  private:
-  Text* newText(std::string_view bytes) {
-    Text* const text = texts_.take();
-    text->assign(bytes);
-    return text;
-  }
+  const std::string_view* newText(std::string_view bytes) { return &texts_.emplace_back(bytes); }
 
-  Pool<Text> texts_;
-  Pool<List> lists_;
+  // Has room for all that the text can hold, since they must not move while others follow. What is not used
+  // of it is never touched.
+  std::vector<std::string_view> texts_;
+  // What the strings of the text say. All else is viewed where it was read.
+  std::deque<std::string> strings_;
 };
 
 }  // namespace Asm

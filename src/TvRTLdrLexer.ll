@@ -1,7 +1,9 @@
 /* Tokens of the assembly language. A NEWLINE token covers a whole run of line ends with the blank and comment
    lines between them, since the grammar takes exactly one between two statements. */
 %{
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <new>
 #include <string>
 #include <utility>
@@ -57,7 +59,7 @@ EOLS          ({BLANK}*\n)+
 <IN_STRING>\n                             { gather('\n'); }
 <IN_STRING>\t                             { gather('\t'); }
 <IN_STRING>\\\"                           { gather('"'); }
-<IN_STRING>\"                             { yylval->text = newText(std::exchange(stringBuffer, {})); BEGIN(INITIAL); return Token::STRING; }
+<IN_STRING>\"                             { yylval->text = newText(strings_.emplace_back(std::exchange(stringBuffer, {}))); BEGIN(INITIAL); return Token::STRING; }
 ">"                                       { return Token::GREATER; }
 "<"                                       { return Token::LESS; }
 ","                                       { return Token::COMMA; }
@@ -70,7 +72,43 @@ void* yyalloc(yy_size_t size) { return Asm::ScannerMemory::current().allocate(si
 void* yyrealloc(void* block, yy_size_t size) { return Asm::ScannerMemory::current().reallocate(block, size); }
 void yyfree(void* block) { Asm::ScannerMemory::release(block); }
 
+namespace {
+
+// What stands behind the text in a buffer, and is not counted in its size.
+constexpr int endMarks = 2;
+constexpr int maxBufferSize = std::numeric_limits<int>::max() - endMarks;
+
+void enlarge(yy_buffer_state& buffer) {
+  if (buffer.yy_buf_size > maxBufferSize / 2) throw std::bad_alloc();
+  buffer.yy_buf_size *= 2;
+  const auto size = static_cast<std::size_t>(buffer.yy_buf_size + endMarks);
+  buffer.yy_ch_buf = static_cast<char*>(yyrealloc(buffer.yy_ch_buf, size));
+}
+
+}  // namespace
+
 namespace Asm {
+
+// The scanner moves what it has read whenever it reads on, and no view would stay. So it gets all of the text
+// before it begins, as a buffer that is not to be filled again.
+Lexer::Lexer(std::istream& in) : yyFlexLexer(&in, nullptr) {
+  // With room for a byte more than there are, so that the end is found without another buffer.
+  const std::streamsize expected = in.rdbuf()->in_avail() + 1;
+  const bool isUsable = expected > YY_BUF_SIZE && expected <= maxBufferSize;
+  yy_buffer_state* const buffer = yy_create_buffer(in, isUsable ? static_cast<int>(expected) : YY_BUF_SIZE);
+  int& length = buffer->yy_n_chars;
+  for (int count = 0; (count = LexerInput(buffer->yy_ch_buf + length, buffer->yy_buf_size - length)) != 0;) {
+    if (count < 0) LexerError("input in flex scanner failed");
+    length += count;
+    if (length == buffer->yy_buf_size) enlarge(*buffer);
+  }
+  std::fill_n(buffer->yy_ch_buf + length, endMarks, char{YY_END_OF_BUFFER_CHAR});
+  // A text takes two bytes, with what sets it off from the one before. The first and one too many take one.
+  texts_.reserve(static_cast<std::size_t>(length) / 2 + 2);
+  buffer->yy_buf_pos = buffer->yy_ch_buf;
+  buffer->yy_fill_buffer = 0;
+  yy_switch_to_buffer(buffer);
+}
 
 thread_local ScannerMemory* ScannerMemory::current_ = nullptr;
 

@@ -6,8 +6,3 @@ namespace Asm {
 struct location {};
 
 }  // namespace Asm
-
-// The generated parser makes its stack in a constructor that it declares not to throw, so that want of memory
-// there would end the process. It takes in this header behind the macro's definition.
-#undef YY_NOEXCEPT
-#define YY_NOEXCEPT

@@ -10,8 +10,9 @@
 #include <iostream>
 #include <limits>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
+#include <streambuf>
+#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -35,18 +36,40 @@ constexpr const char* fileSuffix = ".tva";
 constexpr const char* textPath = "tvaContent";
 constexpr std::size_t messageBufferSize = 2000;
 
+// Reads a text where it stands.
+class TextBuffer : public std::streambuf {
+ public:
+  explicit TextBuffer(std::string& text) { setg(text.data(), text.data(), text.data() + text.size()); }
+};
+
+// A signed decimal number at the start of a text, as `makeIntValue` tells.
+int intValue(std::string_view text) {
+  int number = 0;
+  if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
+  // Blanks, a plus sign, or an error.
+  const std::string terminated(text);
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(terminated.c_str(), &end, 10);
+  if (end == terminated.c_str()) throw std::invalid_argument("stoi");
+  if (errno == ERANGE || value < std::numeric_limits<int>::min() || value > std::numeric_limits<int>::max())
+    throw std::out_of_range("stoi");
+  return static_cast<int>(value);
+}
+
 // One statement on its way into a context.
 struct Statement {
   Context& context;
   const opCat& entry;
-  const std::vector<std::string>& args;
+  Loader::Texts args;
   const std::vector<TavroTypes>& types;
 
   // A type that the text does not give is one that no dispatcher knows.
   TavroTypes type(std::size_t index) const {
     return index < types.size() ? types[index] : static_cast<TavroTypes>(-1);
   }
-  LabelOperand label(std::size_t index) const { return {.oid = context.addString(args[index])}; }
+  std::string text(std::size_t index) const { return std::string(args[index]); }
+  LabelOperand label(std::size_t index) const { return {.oid = context.addString(text(index))}; }
 };
 
 using Generate = void (*)(const Statement&);
@@ -56,8 +79,7 @@ using Generate = void (*)(const Statement&);
 template <std::size_t Count>
 std::array<len_t, Count> numbers(const Statement& statement) {
   std::array<len_t, Count> values{};
-  for (std::size_t i = Count; i-- != 0;)
-    values[i] = static_cast<len_t>(Loader::makeIntValue(statement.args[i]));
+  for (std::size_t i = Count; i-- != 0;) values[i] = static_cast<len_t>(intValue(statement.args[i]));
   return values;
 }
 
@@ -101,19 +123,19 @@ void compareBranch(const Statement& s) {
 
 void bindTable(const Statement& s) {
   const auto [index, len, outIndex] = numbers<3>(s);
-  s.context.bindTable(index, len, outIndex, s.args[3], s.args[4], s.args[5]);
+  s.context.bindTable(index, len, outIndex, s.text(3), s.text(4), s.text(5));
 }
 
 // A directive that takes a length and a text.
 template <void (Context::*Bind)(len_t, const std::string&)>
 void bind(const Statement& s) {
-  (s.context.*Bind)(numbers<1>(s)[0], s.args[1]);
+  (s.context.*Bind)(numbers<1>(s)[0], s.text(1));
 }
 
 // A directive that takes a text.
 template <void (Context::*Set)(const std::string&)>
 void set(const Statement& s) {
-  (s.context.*Set)(s.args[0]);
+  (s.context.*Set)(s.text(0));
 }
 
 struct GeneratorRow {
@@ -156,8 +178,8 @@ constexpr GeneratorRow generatorRows[] = {
     {"compareBranch", compareBranch},
     {"invCondBranch", jump<invCondBranchOp>},
     {"bindTable", bindTable},
-    {"label", [](const Statement& s) { s.context.setEntryPoint(s.args[0]); }},
-    {"entry", [](const Statement& s) { s.context.setEntryPoint(s.args[0]); }},
+    {"label", [](const Statement& s) { s.context.setEntryPoint(s.text(0)); }},
+    {"entry", [](const Statement& s) { s.context.setEntryPoint(s.text(0)); }},
     {"name", nothing},
     {"end", [](const Statement& s) { s.context.endEncountered(); }},
     {"src", set<&Context::srcIs>},
@@ -170,7 +192,7 @@ constexpr GeneratorRow generatorRows[] = {
     {"bindConstants", bind<&Context::bindConstants>},
     {"iterCount", [](const Statement& s) { s.context.setIterCount(numbers<1>(s)[0]); }},
     {"bindTemporaries", bind<&Context::bindTemporaries>},
-    {"pushCnst", [](const Statement& s) { StackOps::installPushCnstOp(s.context, s.type(0), s.args[0]); }},
+    {"pushCnst", [](const Statement& s) { StackOps::installPushCnstOp(s.context, s.type(0), s.text(0)); }},
     {"pushParam", typed<&StackOps::installPushParamOp>},
     {"pushColumn", typed<&StackOps::installPushColumnOp>},
     {"popColumn", typed<&StackOps::installPopColumnOp>},
@@ -227,9 +249,14 @@ constexpr NameTable<opCatalogue.size()> operationNames(opCatalogue);
 constexpr NameTable<typeTable.size()> typeNames(typeTable);
 
 // The platform is asked for a name that it alone may know, which is to say none, and raises its error.
-TavroTypes typeOfName(const std::string& name) {
+TavroTypes typeOfName(std::string_view name) {
   const std::size_t row = typeNames.find(name);
-  return row != typeTable.size() ? typeTable[row].code : tavroCppTypeNameToType(name);
+  return row != typeTable.size() ? typeTable[row].code : tavroCppTypeNameToType(std::string(name));
+}
+
+std::vector<std::string_view> viewsOf(const std::vector<std::string>* texts) {
+  return texts == nullptr ? std::vector<std::string_view>()
+                          : std::vector<std::string_view>(texts->begin(), texts->end());
 }
 
 }  // namespace
@@ -251,7 +278,8 @@ Context* Loader::load() {
     if (!in) throw std::invalid_argument("Failed to process tva content: " + path);
     context.reset(processFile(in));
   } else {
-    std::istringstream in(path);
+    TextBuffer text(path);
+    std::istream in(&text);
     context.reset(processFile(in));
     path = textPath;
   }
@@ -274,15 +302,15 @@ void Loader::parse(Context* context, std::istream& in) {
   context->state = Context::Ready;
 }
 
+void Loader::assemble(Context& context, std::string_view name, Texts types, Texts args) {
+  typeCodes.clear();
+  for (const std::string_view type : types) typeCodes.push_back(typeOfName(type));
+  generate(context, rowOf(name, !typeCodes.empty(), args.size()), args, typeCodes);
+}
+
 void Loader::dispatchOp(Context& context, const std::string* name, const std::vector<std::string>* types,
                         const std::vector<std::string>* args) {
-  static const std::vector<std::string> noArguments;
-  typeCodes.clear();
-  if (types != nullptr)
-    for (const std::string& type : *types) typeCodes.push_back(typeOfName(type));
-  const std::vector<std::string>& arguments = args == nullptr ? noArguments : *args;
-  const opCat* const entry = fetchOpCat(*name, !typeCodes.empty(), arguments);
-  genCode(context, entry, arguments, typeCodes);
+  assemble(context, *name, viewsOf(types), viewsOf(args));
 }
 
 std::vector<TavroTypes> Loader::translateTypes(const std::vector<std::string>* types) {
@@ -299,43 +327,47 @@ std::vector<std::string> Loader::processArgs(const std::vector<std::string>* arg
 
 const opCat* Loader::fetchOpCat(const std::string& name, bool hasTypes,
                                 const std::vector<std::string>& args) {
+  return &rowOf(name, hasTypes, args.size());
+}
+
+const opCat& Loader::rowOf(std::string_view name, bool hasTypes, std::size_t argCount) {
   const std::size_t row = operationNames.find(name);
+  if (row != opCatalogue.size()) [[likely]] {
+    const opCat& entry = opCatalogue[row].cat;
+    if (entry.argCount == argCount && entry.typed == hasTypes) [[likely]]
+      return entry;
+  }
+  refuse(row, std::string(name), argCount);
+}
+
+void Loader::refuse(std::size_t row, const std::string& name, std::size_t argCount) {
   if (row == opCatalogue.size()) throw TvAssemblyException(error("Unknown opcode: " + name));
   const opCat& entry = opCatalogue[row].cat;
-  if (entry.argCount != args.size())
+  if (entry.argCount != argCount)
     throw TvAssemblyException(name + " takes " + std::to_string(entry.argCount) +
-                              " parameters but it was given " + std::to_string(args.size()));
-  if (entry.typed != hasTypes) {
-    ++errors;
-    throw TvAssemblyException(name + (hasTypes ? " does not take a type but at least one type provided."
-                                               : " required a type but none provided"));
-  }
-  return &entry;
+                              " parameters but it was given " + std::to_string(argCount));
+  ++errors;
+  throw TvAssemblyException(name + (entry.typed ? " required a type but none provided"
+                                                : " does not take a type but at least one type provided."));
 }
 
 void Loader::genCode(Context& context, const opCat* entry, const std::vector<std::string>& args,
                      const std::vector<TavroTypes>& types) {
-  if (debug.handler()->isOn(traceDetail)) publishTrace(context, entry, args, types);
-  const Generate generate = generators.at(*entry);
-  if (generate != nullptr)
-    generate({context, *entry, args, types});
-  else
-    error("Unknown opcode: category = " + std::to_string(entry->category) +
-          "  opCode = " + std::to_string(entry->opCode));
+  generate(context, *entry, viewsOf(&args), types);
 }
 
-int Loader::makeIntValue(const std::string& text) {
-  int number = 0;
-  if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
-  // Blanks, a plus sign, or an error.
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(text.c_str(), &end, 10);
-  if (end == text.c_str()) throw std::invalid_argument("stoi");
-  if (errno == ERANGE || value < std::numeric_limits<int>::min() || value > std::numeric_limits<int>::max())
-    throw std::out_of_range("stoi");
-  return static_cast<int>(value);
+void Loader::generate(Context& context, const opCat& entry, Texts args,
+                      const std::vector<TavroTypes>& types) {
+  if (debug.handler()->isOn(traceDetail)) publishTrace(context, entry, args, types);
+  const Generate generator = generators.at(entry);
+  if (generator != nullptr)
+    generator({context, entry, args, types});
+  else
+    error("Unknown opcode: category = " + std::to_string(entry.category) +
+          "  opCode = " + std::to_string(entry.opCode));
 }
+
+int Loader::makeIntValue(const std::string& text) { return intValue(text); }
 
 std::string Loader::error(const std::string& message) {
   std::array<char, messageBufferSize> text{};
@@ -345,9 +377,9 @@ std::string Loader::error(const std::string& message) {
   return text.data();
 }
 
-void Loader::publishTrace(const Context& context, const opCat* entry, const std::vector<std::string>& args,
+void Loader::publishTrace(const Context& context, const opCat& entry, Texts args,
                           const std::vector<TavroTypes>& types) const {
-  const auto name = opNameByCode.find(opKey(entry->category, entry->opCode));
+  const auto name = opNameByCode.find(opKey(entry.category, entry.opCode));
   std::string statement = name == opNameByCode.end() ? "unknown" : name->second;
   if (!types.empty()) {
     statement += "[";
@@ -355,7 +387,7 @@ void Loader::publishTrace(const Context& context, const opCat* entry, const std:
     statement += "]";
   }
   statement.append(11, ' ');
-  for (const std::string& arg : args) statement += arg + " ";
+  for (const std::string_view arg : args) statement.append(arg).append(" ");
   Kelpo::trace(debug.handler(), traceDetail, "TvRTLoader", __LINE__, "publishTrace",
                [&](std::ostream& text) { text << std::setw(3) << context.maxLoc() << "   " << statement; });
 }

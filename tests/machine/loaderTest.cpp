@@ -81,6 +81,37 @@ TEST(ScannerTest, UnfinishedStringGoesIntoTheNextOneOfTheProcess) {
   EXPECT_EQ(outcomeOf("queryName \"text\""), "text");
 }
 
+// A stream that hands out byte by byte and cannot tell how many are left.
+class Trickle : public std::streambuf {
+ public:
+  explicit Trickle(std::string text) : text_(std::move(text)) {}
+
+ private:
+  int_type underflow() override {
+    if (next_ == text_.size()) return traits_type::eof();
+    char* const byte = &text_[next_++];
+    setg(byte, byte, byte + 1);
+    return traits_type::to_int_type(*byte);
+  }
+
+  std::string text_;
+  std::size_t next_ = 0;
+};
+
+TEST(ScannerTest, TextsOfAnySizeComeFromAnyStream) {
+  // Around the size that a scanner expects of a text, and several times as large.
+  for (const std::size_t size : {16383U, 16384U, 16385U, 100000U}) {
+    const std::string directive = "queryName ";
+    const std::string name(size - directive.size(), 'n');
+    Trickle trickle(directive + name);
+    std::istream in(&trickle);
+    const OwnedContext context = newContext();
+    loaderOf("test").parse(context.get(), in);
+    EXPECT_EQ(context->queryName(), name) << size;
+    EXPECT_EQ(outcomeOf(directive + name), name) << size;
+  }
+}
+
 // ---- grammar
 
 TEST(GrammarTest, StatementsTakeEffectWhenTheyAreComplete) {
@@ -125,6 +156,14 @@ TEST(GrammarTest, WhatFollowsALineEndCompletesTheStatementBeforeIt) {
   EXPECT_EQ(parse(*context, "halt\n$").exception, message);
   EXPECT_EQ(context->maxLoc(), 8);
   EXPECT_EQ(context->runState(), Context::Unloaded) << "an exception ends the load";
+}
+
+TEST(GrammarTest, ListsHaveNoLimit) {
+  std::string words = "bool";
+  for (unsigned i = 1; i < 5000; ++i) words += ",bool";
+  EXPECT_EQ(listing(*assemble("swap<" + words + ">")), Lines{"0 SwapOp<bool>"});
+  EXPECT_EQ(parse(*newContext(), "fetchRow " + words).exception,
+            "fetchRow takes 1 parameters but it was given 5000");
 }
 
 // ---- catalogue: every row as one statement
@@ -229,6 +268,22 @@ TEST(LoaderTest, TypesGoThroughThePlatform) {
   EXPECT_THROW(assemble("unknown<nothing>"), std::invalid_argument) << "types come before the name";
   EXPECT_TRUE(Loader::translateTypes(nullptr).empty());
   EXPECT_TRUE(Loader::processArgs(nullptr).empty());
+}
+
+TEST(LoaderTest, StatementsNeedNoText) {
+  const std::string name = "pushColumn";
+  const std::vector<std::string> types{"int32_t"};
+  const std::vector<std::string> args{"1", "12"};
+  const OwnedContext context = newContext();
+  Loader loader = loaderOf("test");
+  loader.dispatchOp(*context, &name, &types, &args);
+  loader.genCode(*context, loader.fetchOpCat(name, true, args), args, Loader::translateTypes(&types));
+  const std::string halt = "halt";
+  loader.dispatchOp(*context, &halt, nullptr, nullptr);
+  const std::string statement = "pushColumn<int32_t> 1, 12\n";
+  EXPECT_EQ(listing(*context), listing(*assemble(statement + statement + halt)));
+  EXPECT_EQ(thrown<TvAssemblyException>([&] { loader.dispatchOp(*context, &halt, nullptr, &args); }),
+            "halt takes 0 parameters but it was given 2");
 }
 
 TEST(LoaderTest, UnknownNamesAreReportedAndThrown) {

@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <istream>
 #include <list>
+#include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -47,7 +49,11 @@ class TAVRO_EXPORT Loader {
   // Assembles a stream into a context, which is Ready afterwards.
   void parse(Context* context, std::istream& in);
 
-  // Called by the parser once per statement; `types` and `args` may be null.
+  using Texts = std::span<const std::string_view>;
+  // Carries out one statement, for the parser: translates its types, looks it up and generates its code.
+  // Throws what `load` throws for a statement.
+  void assemble(Context& context, std::string_view name, Texts types, Texts args);
+  // The same; `types` and `args` may be null.
   void dispatchOp(Context& context, const std::string* name, const std::vector<std::string>* types,
                   const std::vector<std::string>* args);
 
@@ -71,7 +77,11 @@ class TAVRO_EXPORT Loader {
   std::string error(const std::string& message);
 
  private:
-  void publishTrace(const Context& context, const opCat* entry, const std::vector<std::string>& args,
+  const opCat& rowOf(std::string_view name, bool hasTypes, std::size_t argCount);
+  // Throws what is wrong with a statement that does not fit the row of that number, or has none.
+  [[noreturn]] void refuse(std::size_t row, const std::string& name, std::size_t argCount);
+  void generate(Context& context, const opCat& entry, Texts args, const std::vector<TavroTypes>& types);
+  void publishTrace(const Context& context, const opCat& entry, Texts args,
                     const std::vector<TavroTypes>& types) const;
 
   TvPtr<TavroDB> database;
