@@ -58,6 +58,8 @@ class Lexer : public yyFlexLexer {
   Parser::semantic_type* yylval = nullptr;
 
  private:
+  // Of the name that begins with the byte that has just been matched.
+  int lengthOfName() const;
   const std::string_view* newText(std::string_view bytes) { return &texts_.emplace_back(bytes); }
 
   // Has room for all that the text can hold, since they must not move while others follow. What is not used
