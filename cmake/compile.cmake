@@ -13,3 +13,5 @@ if(TVOP_SANITIZE)
                                                 -fno-omit-frame-pointer -g)
   target_link_options(tvop_compile INTERFACE -fsanitize=${TVOP_SANITIZE})
 endif()
+# Calls of other libraries are resolved when a library is loaded, not one by one in the middle of its first work.
+target_link_options(tvop_compile INTERFACE -Wl,-z,now)

@@ -16,15 +16,6 @@ IStream::IStream() { growTo(512); }
 
 IStream::~IStream() { std::free(code); }
 
-len_t IStream::append(len_t len, const unsigned char* bytes) {
-  const std::uint32_t need = std::uint32_t{length} + len;
-  if (need > capacity) growTo(need > capacity + growBy ? need + growBy : capacity + growBy);
-  if (len != 0) std::memcpy(code + length, bytes, len);
-  const len_t offset = length;
-  lengthIs(static_cast<len_t>(length + len));
-  return offset;
-}
-
 len_t IStream::addLabel() {
   labelCount = static_cast<len_t>(labelCount + 1);
   const std::size_t label = labelCount;

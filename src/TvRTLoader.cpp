@@ -302,7 +302,7 @@ void Loader::parse(Context* context, std::istream& in) {
   context->state = Context::Ready;
 }
 
-void Loader::assemble(Context& context, std::string_view name, Texts types, Texts args) {
+void Loader::dispatchOp(Context& context, std::string_view name, Texts types, Texts args) {
   typeCodes.clear();
   for (const std::string_view type : types) typeCodes.push_back(typeOfName(type));
   generate(context, rowOf(name, !typeCodes.empty(), args.size()), args, typeCodes);
@@ -310,7 +310,7 @@ void Loader::assemble(Context& context, std::string_view name, Texts types, Text
 
 void Loader::dispatchOp(Context& context, const std::string* name, const std::vector<std::string>* types,
                         const std::vector<std::string>* args) {
-  assemble(context, *name, viewsOf(types), viewsOf(args));
+  dispatchOp(context, std::string_view(*name), viewsOf(types), viewsOf(args));
 }
 
 std::vector<TavroTypes> Loader::translateTypes(const std::vector<std::string>* types) {

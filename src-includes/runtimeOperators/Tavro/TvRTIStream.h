@@ -42,7 +42,15 @@ class TAVRO_EXPORT IStream {
 
   // Copies `len` bytes to the end of the stream and returns the offset at which they begin. May move the
   // buffer. Throws std::bad_alloc, with nothing appended.
-  len_t append(len_t len, const unsigned char* bytes);
+  len_t append(len_t len, const unsigned char* bytes) {
+    const std::uint32_t need = std::uint32_t{length} + len;
+    if (need > capacity) [[unlikely]]
+      growTo(need > capacity + growBy ? need + growBy : capacity + growBy);
+    if (len != 0) std::memcpy(code + length, bytes, len);
+    const len_t offset = length;
+    lengthIs(static_cast<len_t>(length + len));
+    return offset;
+  }
 
   // Moves `pc` over `n` operand bytes. When no whole handler slot follows, it says so on standard output and
   // leaves `pc` where it is.

@@ -50,9 +50,9 @@ class TAVRO_EXPORT Loader {
   void parse(Context* context, std::istream& in);
 
   using Texts = std::span<const std::string_view>;
-  // Carries out one statement, for the parser: translates its types, looks it up and generates its code.
-  // Throws what `load` throws for a statement.
-  void assemble(Context& context, std::string_view name, Texts types, Texts args);
+  // Carries out one statement, called by the parser once for each: translates its types, looks it up and
+  // generates its code. Throws what `load` throws for a statement.
+  void dispatchOp(Context& context, std::string_view name, Texts types, Texts args);
   // The same; `types` and `args` may be null.
   void dispatchOp(Context& context, const std::string* name, const std::vector<std::string>* types,
                   const std::vector<std::string>* args);
