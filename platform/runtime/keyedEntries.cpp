@@ -1,5 +1,6 @@
 #include "keyedEntries.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "hash.h"
@@ -7,69 +8,95 @@
 namespace Tavro {
 namespace {
 
-constexpr std::size_t fewestPlaces = 8;
+constexpr std::size_t fewestBuckets = 2;
+// A number in every byte of a word.
+constexpr std::uint64_t inEveryByte = 0x0101010101010101U;
 
 }  // namespace
 
-KeyedEntries::Tag KeyedEntries::tagOf(const EncodedKey& key) {
-  std::uint64_t hash = mixHash(mixHash(0, key.high), key.low);
-  if (key.length > keyHeadLength) hash = mixHash(hash, hashBytes(key.tail, key.length - keyHeadLength));
-  const auto tag = static_cast<Tag>(hash);
-  return tag == 0 ? 1 : tag;
+std::uint64_t KeyedEntries::hashOf(const EncodedKey& key) {
+  const std::uint64_t hash = mixHash(mixHash(0, key.high), key.low);
+  return key.length > keyHeadLength ? mixHash(hash, hashBytes(key.tail, key.length - keyHeadLength)) : hash;
+}
+
+// Of bits that do not choose the bucket.
+std::uint64_t KeyedEntries::markOf(std::uint64_t hash) { return std::max<std::uint64_t>(hash >> 56, 1); }
+
+// A byte that is equal becomes 0: neither its highest bit is set, nor does 127 carry into that.
+KeyedEntries::Places::Places(const Bucket& bucket, std::uint64_t mark) {
+  constexpr std::uint64_t lowBits = 0x7F * inEveryByte;
+  const std::uint64_t differing = bucket.marks ^ mark * inEveryByte;
+  bits_ = ~(((differing & lowBits) + lowBits) | differing | lowBits) & markMask;
 }
 
 KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
   if (count_ == 0) return nullptr;
-  const Tag tag = tagOf(key);
-  __builtin_prefetch(&entries_[begin(tag)]);
-  for (std::size_t i = begin(tag); tags_[i] != 0; i = next(i))
-    if (tags_[i] == tag && entries_[i]->hasKey(key)) return entries_[i];
+  const std::uint64_t hash = hashOf(key);
+  const std::uint64_t mark = markOf(hash);
+  const Bucket* bucket = &begin(hash);
+  // Once around at most: all buckets may have been passed by many.
+  for (std::size_t i = 0; i <= mask_; ++i, bucket = &next(*bucket)) {
+    for (Places found(*bucket, mark); found.areLeft(); found.dropFirst()) {
+      KeyedEntry* const entry = bucket->entries[found.first()];
+      if (entry->hasKey(key)) return entry;
+    }
+    if (bucket->passed() == 0) break;
+  }
   return nullptr;
 }
 
 void KeyedEntries::reserve() {
   if (count_ < limit_) return;
   const std::size_t former = limit_ == 0 ? 0 : mask_ + 1;
-  const std::size_t places = former == 0 ? fewestPlaces : 2 * former;
-  auto tags = std::make_unique<Tag[]>(places);
-  auto entries = std::make_unique<KeyedEntry*[]>(places);
-  tags.swap(tags_);
-  entries.swap(entries_);
-  mask_ = places - 1;
-  limit_ = places / 8 * 7;
-  for (std::size_t i = 0; i < former; ++i)
-    if (tags[i] != 0) put(tags[i], entries[i]);
+  const std::size_t count = former == 0 ? fewestBuckets : 2 * former;
+  std::size_t room = (count + 1) * sizeof(Bucket);
+  std::unique_ptr<unsigned char[]> memory(new unsigned char[room]);
+  void* first = memory.get();
+  std::align(alignof(Bucket), count * sizeof(Bucket), first, room);
+  const Bucket* const old = std::exchange(buckets_, static_cast<Bucket*>(first));
+  std::uninitialized_value_construct_n(buckets_, count);
+  memory_.swap(memory);
+  mask_ = count - 1;
+  limit_ = count * places / 8 * 7;
+  for (const Bucket* bucket = old; bucket != old + former; ++bucket)
+    for (unsigned place = 0; place < places; ++place)
+      if (bucket->entries[place] != nullptr) put(*bucket->entries[place]);
 }
 
 void KeyedEntries::insert(KeyedEntry& entry) noexcept {
-  put(tagOf(entry.key()), &entry);
+  put(entry);
   ++count_;
 }
 
-void KeyedEntries::put(Tag tag, KeyedEntry* entry) noexcept {
-  std::size_t i = begin(tag);
-  while (tags_[i] != 0) i = next(i);
-  tags_[i] = tag;
-  entries_[i] = entry;
+void KeyedEntries::put(KeyedEntry& entry) noexcept {
+  const std::uint64_t hash = hashOf(entry.key());
+  for (Bucket* bucket = &begin(hash);; bucket = &next(*bucket)) {
+    if (const Places free(*bucket, 0); free.areLeft()) {
+      bucket->markIs(free.first(), markOf(hash));
+      bucket->entries[free.first()] = &entry;
+      return;
+    }
+    if (bucket->passed() != manyPassed) bucket->passedIs(bucket->passed() + 1);
+  }
 }
 
-// What stands behind the gap moves into it, unless it would then stand ahead of where its search begins.
 void KeyedEntries::erase(KeyedEntry& entry) noexcept {
   if (--count_ == 0) return clear();
-  std::size_t gap = begin(tagOf(entry.key()));
-  while (entries_[gap] != &entry) gap = next(gap);
-  for (std::size_t i = next(gap); tags_[i] != 0; i = next(i)) {
-    if (((i - begin(tags_[i])) & mask_) < ((i - gap) & mask_)) continue;
-    tags_[gap] = tags_[i];
-    entries_[gap] = entries_[i];
-    gap = i;
+  const std::uint64_t hash = hashOf(entry.key());
+  for (Bucket* bucket = &begin(hash);; bucket = &next(*bucket)) {
+    const auto found = std::find(bucket->entries.begin(), bucket->entries.end(), &entry);
+    if (found != bucket->entries.end()) {
+      *found = nullptr;
+      bucket->markIs(static_cast<unsigned>(found - bucket->entries.begin()), 0);
+      return;
+    }
+    if (bucket->passed() != manyPassed) bucket->passedIs(bucket->passed() - 1);
   }
-  tags_[gap] = 0;
 }
 
 void KeyedEntries::clear() noexcept {
-  tags_.reset();
-  entries_.reset();
+  memory_.reset();
+  buckets_ = nullptr;
   limit_ = count_ = 0;
 }
 
