@@ -26,8 +26,10 @@ namespace {
 constexpr std::size_t granule = 8;
 // Larger blocks are worth an allocation of their own.
 constexpr std::size_t largestPooled = 512;
-// With what the C library puts in front of it, 64 KB.
-constexpr std::size_t chunkSize = 65536 - 16;
+// The first chunks of a thread take 4, 8, 16 and 32 KB, the others 64, with what the C library puts in front.
+constexpr std::size_t smallestChunk = 4096;
+constexpr std::size_t doublings = 4;
+constexpr std::size_t inFrontOfChunk = 16;
 
 class Pool;
 
@@ -48,7 +50,6 @@ struct Chunk {
   std::uint32_t used;
 };
 constexpr std::size_t chunkBegin = (sizeof(Chunk) + granule - 1) / granule;
-constexpr std::size_t chunkEnd = (chunkSize - headPlace) / granule;
 
 // Stands in a block that was given back.
 struct Free {
@@ -84,7 +85,7 @@ class Pool {
     }
     if (granules > left_) [[unlikely]]
       return takeFromNewChunk(size);
-    const std::size_t offset = chunkEnd - left_;
+    const std::size_t offset = end_ - left_;
     Head* const head = headAt(current_, offset);
     *head = {static_cast<std::uint16_t>(granules), static_cast<std::uint16_t>(offset)};
     left_ -= granules;
@@ -138,12 +139,14 @@ class Pool {
   }
 
   [[gnu::noinline]] void* takeFromNewChunk(std::size_t size) {
+    const std::size_t chunkSize = (smallestChunk << std::min(chunks_, doublings)) - inFrontOfChunk;
     auto* const chunk = static_cast<Chunk*>(::operator new(chunkSize));
     *chunk = {this, 0, 0};
     ++chunks_;
     retireCurrent();
     current_ = chunk;
-    left_ = chunkEnd - chunkBegin;
+    end_ = (chunkSize - headPlace) / granule;
+    left_ = end_ - chunkBegin;
     {
       const std::lock_guard lock(mutex_);
       giveBackAll(std::exchange(returned_, nullptr));
@@ -155,7 +158,7 @@ class Pool {
   void retireCurrent() noexcept {
     Chunk* const chunk = std::exchange(current_, nullptr);
     if (chunk == nullptr) return;
-    chunk->used = static_cast<std::uint32_t>(chunkEnd - std::exchange(left_, 0));
+    chunk->used = static_cast<std::uint32_t>(end_ - std::exchange(left_, 0));
     if (chunk->live == 0) release(chunk);
   }
 
@@ -172,8 +175,9 @@ class Pool {
 
   // By size in granules.
   std::array<Free*, largestPooled / granule + 2> free_{};
-  // What blocks are cut from, and how much of it is left, in granules.
+  // What blocks are cut from; where it ends and how much of it is left, in granules.
   Chunk* current_ = nullptr;
+  std::size_t end_ = 0;
   std::size_t left_ = 0;
   std::size_t chunks_ = 0;
 
