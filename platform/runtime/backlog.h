@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "Tavro/baseRow.h"
@@ -30,7 +31,7 @@ class Backlog {
   void stage(Change::Kind kind, const BaseRow& row) {
     if (behind_ - first_ == places_) [[unlikely]]
       grow();
-    std::construct_at(&at(behind_), kind, row);
+    new (&at(behind_)) Change{kind, row};
     ++behind_;
     ++staged_;
     insertions_ += countOf(kind);
