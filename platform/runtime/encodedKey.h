@@ -63,6 +63,13 @@ class KeyBuffer {
   void append(const unsigned char* bytes, std::size_t length) {
     if (length != 0) std::memcpy(extend(length), bytes, length);
   }
+  // The first bytes of a big-endian number, 8 at most.
+  void appendFirst(std::uint64_t number, std::size_t length) {
+    if (sizeof number > capacity_ - size_) [[unlikely]]
+      grow(size_ + sizeof number);
+    storeBytes(bytes_ + size_, toBigEndian(number));
+    size_ += length;
+  }
   void appendNumber(std::uint64_t number) { storeBytes(extend(sizeof number), toBigEndian(number)); }
   // Overwrites the number that was appended last.
   void lastNumberIs(std::uint64_t number) { storeBytes(bytes_ + size_ - sizeof number, toBigEndian(number)); }

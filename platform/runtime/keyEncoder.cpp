@@ -18,69 +18,65 @@ Payload payloadAt(const unsigned char* row, len_t offset) {
 }
 
 template <typename Unsigned>
-void appendBigEndian(Unsigned value, KeyBuffer& key) {
-  unsigned char* const to = key.extend(sizeof(Unsigned));
-  if constexpr (sizeof(Unsigned) == 1) {
-    *to = value;
-  } else if constexpr (sizeof(Unsigned) == 2) {
-    storeBytes(to, __builtin_bswap16(value));
-  } else if constexpr (sizeof(Unsigned) == 4) {
-    storeBytes(to, __builtin_bswap32(value));
-  } else {
-    storeBytes(to, __builtin_bswap64(value));
-  }
-}
-
-template <typename Unsigned>
 constexpr Unsigned signBit = static_cast<Unsigned>(Unsigned{1} << (8 * sizeof(Unsigned) - 1));
 
 template <typename Unsigned>
-void appendSigned(const unsigned char* from, KeyBuffer& key) {
-  appendBigEndian(static_cast<Unsigned>(loadBytes<Unsigned>(from) ^ signBit<Unsigned>), key);
+std::uint64_t signedNumber(const unsigned char* from) {
+  return static_cast<Unsigned>(loadBytes<Unsigned>(from) ^ signBit<Unsigned>);
 }
 
 template <typename Float, typename Unsigned>
-void appendFloat(const unsigned char* from, KeyBuffer& key) {
+std::uint64_t floatNumber(const unsigned char* from) {
   const auto value = loadBytes<Float>(from);
-  auto bits = loadBytes<Unsigned>(from);
-  if (value != value)
-    bits = static_cast<Unsigned>(-1);
-  else if (value == 0)
-    bits = signBit<Unsigned>;
-  else
-    bits = (bits & signBit<Unsigned>) != 0 ? static_cast<Unsigned>(~bits) : bits | signBit<Unsigned>;
-  appendBigEndian(bits, key);
+  const auto bits = loadBytes<Unsigned>(from);
+  if (value != value) return static_cast<Unsigned>(-1);
+  if (value == 0) return signBit<Unsigned>;
+  return (bits & signBit<Unsigned>) != 0 ? static_cast<Unsigned>(~bits) : bits | signBit<Unsigned>;
 }
 
-void appendFixed(unsigned short type, const unsigned char* from, KeyBuffer& key) {
+// A value of at most 8 bytes as a number of its width that orders as the values do.
+std::uint64_t orderedNumber(unsigned short type, const unsigned char* from) {
   switch (type) {
     case TypeUint8:
-      return key.append(*from);
+      return *from;
     case TypeBool:
-      return key.append(*from != 0 ? 1 : 0);
+      return *from != 0 ? 1 : 0;
     case TypeUint16:
     case TypePort:
-      return appendBigEndian(loadBytes<std::uint16_t>(from), key);
+      return loadBytes<std::uint16_t>(from);
     case TypeUint32:
     case TypeTime:
-      return appendBigEndian(loadBytes<std::uint32_t>(from), key);
+      return loadBytes<std::uint32_t>(from);
     case TypeUint64:
-      return appendBigEndian(loadBytes<std::uint64_t>(from), key);
+      return loadBytes<std::uint64_t>(from);
     case TypeInt8:
-      return appendSigned<std::uint8_t>(from, key);
+      return signedNumber<std::uint8_t>(from);
     case TypeInt16:
-      return appendSigned<std::uint16_t>(from, key);
+      return signedNumber<std::uint16_t>(from);
     case TypeInt32:
-      return appendSigned<std::uint32_t>(from, key);
+      return signedNumber<std::uint32_t>(from);
     case TypeInt64:
-      return appendSigned<std::uint64_t>(from, key);
+      return signedNumber<std::uint64_t>(from);
     case TypeFloat:
-      return appendFloat<float, std::uint32_t>(from, key);
+      return floatNumber<float, std::uint32_t>(from);
     case TypeDouble:
-      return appendFloat<double, std::uint64_t>(from, key);
+      return floatNumber<double, std::uint64_t>(from);
     default:
-      return key.append(from, getTavroTypeLength(type));
+      // An IPv4 address.
+      return __builtin_bswap32(loadBytes<std::uint32_t>(from));
   }
+}
+
+// The same at the head of 8 bytes.
+std::uint64_t headOf(unsigned short type, const unsigned char* from, unsigned width) {
+  return orderedNumber(type, from) << 8 * (sizeof(std::uint64_t) - width);
+}
+
+void appendFixed(unsigned short type, const unsigned char* from, unsigned width, KeyBuffer& key) {
+  if (width <= sizeof(std::uint64_t))
+    key.appendFirst(headOf(type, from, width), width);
+  else
+    key.append(from, width);
 }
 
 void appendString(const Payload& text, KeyBuffer& key) {
@@ -132,7 +128,7 @@ void appendArray(unsigned short type, const Payload& payload, KeyBuffer& key) {
       appendVariable(type, {variablePart + begin, end - begin}, key);
       begin = end;
     } else {
-      appendFixed(type, element, key);
+      appendFixed(type, element, stride, key);
     }
   }
   key.append(0x00);
@@ -142,14 +138,22 @@ void appendArray(unsigned short type, const Payload& payload, KeyBuffer& key) {
 
 KeyEncoder::KeyEncoder(const std::vector<tvMetadata::tvColumn>& columns) {
   for (const tvMetadata::tvColumn& column : columns)
-    fields_.push_back({column.tvType(), column.offset(), column.isArray(), isVariableColumn(column)});
+    fields_.push_back(
+        {column.tvType(), column.offset(), column.length(), column.isArray(), isVariableColumn(column)});
+  const Field& first = fields_.front();
+  isShort_ = fields_.size() == 1 && !first.isVariable && first.width <= sizeof(EncodedKey::high);
+}
+
+EncodedKey KeyEncoder::shortKey(const BaseRow& row) const {
+  const Field& field = fields_.front();
+  return {headOf(field.type, row.rowBuf() + field.offset, field.width), 0, field.width, nullptr};
 }
 
 void KeyEncoder::append(const BaseRow& row, KeyBuffer& key) const {
   const unsigned char* const bytes = row.rowBuf();
   for (const Field& field : fields_) {
     if (!field.isVariable)
-      appendFixed(field.type, bytes + field.offset, key);
+      appendFixed(field.type, bytes + field.offset, field.width, key);
     else if (field.isArray)
       appendArray(field.type, payloadAt(bytes, field.offset), key);
     else

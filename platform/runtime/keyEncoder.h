@@ -26,14 +26,21 @@ class KeyEncoder {
   // Appends the key of `row`, which must have the columns (RowShape). Throws std::bad_alloc only.
   void append(const BaseRow& row, KeyBuffer& key) const;
 
+  // The key is one column of at most 8 bytes.
+  bool isShort() const { return isShort_; }
+  // The same key, which then needs no buffer.
+  EncodedKey shortKey(const BaseRow& row) const;
+
  private:
   struct Field {
     unsigned short type;
     len_t offset;
+    len_t width;
     bool isArray;
     bool isVariable;
   };
   std::vector<Field> fields_;
+  bool isShort_ = false;
 };
 
 }  // namespace Tavro

@@ -22,13 +22,18 @@ IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
 }
 
 IndexEntry* OrderedIndex::find(const BaseRow& row) {
-  KeyBuffer key;
-  encodeProbe(row, key);
-  if (isUnique() && !hasLookup_) buildLookup();
-  return find(key);
+  if (isUnique() && !hasLookup_) [[unlikely]] {
+    requireProbe(row);
+    buildLookup();
+  }
+  return findForChange(row);
 }
 
 IndexEntry* OrderedIndex::findForChange(const BaseRow& row) {
+  if (hasLookup_ && encoder_.isShort()) {
+    requireProbe(row);
+    return byKey_.find(encoder_.shortKey(row));
+  }
   KeyBuffer key;
   encodeProbe(row, key);
   return find(key);
@@ -69,9 +74,13 @@ void OrderedIndex::buildLookup() {
   hasLookup_ = true;
 }
 
-void OrderedIndex::encodeProbe(const BaseRow& row, KeyBuffer& key) const {
+void OrderedIndex::requireProbe(const BaseRow& row) const {
   if (row.isNull()) throw TvNullRow();
   shape_.require(row);
+}
+
+void OrderedIndex::encodeProbe(const BaseRow& row, KeyBuffer& key) const {
+  requireProbe(row);
   encoder_.append(row, key);
 }
 

@@ -29,6 +29,7 @@ class OrderedIndex : public LinkedIndex {
   void buildLookup();
   // The first entry whose columns are those of `key`, or null.
   IndexEntry* find(KeyBuffer& key) const;
+  void requireProbe(const BaseRow& row) const;
   // Checks `row` and appends the part of its key that its columns make.
   void encodeProbe(const BaseRow& row, KeyBuffer& key) const;
 
