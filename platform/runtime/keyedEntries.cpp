@@ -9,6 +9,7 @@ namespace Tavro {
 namespace {
 
 constexpr std::size_t fewestBuckets = 2;
+constexpr std::size_t cacheLine = 64;
 // A number in every byte of a word.
 constexpr std::uint64_t inEveryByte = 0x0101010101010101U;
 
@@ -38,6 +39,8 @@ KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
   for (std::size_t i = 0; i <= mask_; ++i, bucket = &next(*bucket)) {
     for (Places found(*bucket, mark); found.areLeft(); found.dropFirst()) {
       KeyedEntry* const entry = bucket->entries[found.first()];
+      // A row that was put in as it was made stands in front of its entry.
+      __builtin_prefetch(reinterpret_cast<const unsigned char*>(entry) - cacheLine);
       if (entry->hasKey(key)) return entry;
     }
     if (bucket->passed() == 0) break;
