@@ -131,7 +131,8 @@ class TAVRO_EXPORT HandlerTable {
   }
 
   static std::array<Handler, capacity> traced;
-  static std::array<PlainHandler, capacity> plain;
+  // Read for every instruction, by the library's own run loop alone: not by way of its table of symbols.
+  [[gnu::visibility("hidden")]] static std::array<PlainHandler, capacity> plain;
 };
 
 // A list of types.
