@@ -42,8 +42,8 @@ class PlainOutcome {
   std::uint64_t bits_;
 };
 
-// Carries out an instruction whose slot begins within the stream's capacity. `pc`, the offset of its operands,
-// is handed over and the next one handed back: a value that has to come back from memory is what an
+// Carries out an instruction whose slot begins within the stream's capacity. `pc`, the offset of its
+// operands, is handed over and the next one handed back: a value that has to come back from memory is what an
 // instruction would wait for longest. In memory it is kept all the same.
 using PlainHandler = PlainOutcome (*)(Context&, unsigned pc);
 

@@ -75,15 +75,19 @@ inline constexpr len_t noOperandBlock = 65535;
 // - `movesCounter`: moves `pc`, although it has no operands to step over;
 // - `endsRun`: may end the run, and steps over nothing.
 template <typename Op>
-inline constexpr bool movesCounter = operandWidth<Op> != 0;
+constexpr bool movesCounter() {
+  if constexpr (requires { Op::movesCounter; })
+    return Op::movesCounter;
+  else
+    return operandWidth<Op> != 0;
+}
 template <typename Op>
-  requires Op::movesCounter
-inline constexpr bool movesCounter<Op> = true;
-template <typename Op>
-inline constexpr bool endsRun = false;
-template <typename Op>
-  requires Op::endsRun
-inline constexpr bool endsRun<Op> = true;
+constexpr bool endsRun() {
+  if constexpr (requires { Op::endsRun; })
+    return Op::endsRun;
+  else
+    return false;
+}
 
 // The handler of an instruction class without its trace sites. Where no handler slot would follow, which is
 // reported, the other one does the work: so nothing here calls what comes back, and no register is saved for
@@ -91,13 +95,13 @@ inline constexpr bool endsRun<Op> = true;
 template <typename Op>
 [[gnu::flatten]] PlainOutcome runPlain(Context& context, unsigned pc) {
   IStream& stream = context.istream();
-  if constexpr (operandWidth<Op> != 0 && !endsRun<Op>)
+  if constexpr (operandWidth<Op> != 0 && !endsRun<Op>())
     if (!stream.hasSlotAt(pc + operandWidth<Op>)) [[unlikely]]
       return Handlers::runTraced(context, pc);
   if (pc > std::numeric_limits<len_t>::max() - operandWidth<Op>) __builtin_unreachable();
   stream.programCounterIs(static_cast<len_t>(pc));
   const OpResult result = Op::template op<Trace::Off>(context);
-  return {result, movesCounter<Op> ? stream.programCounter() : pc, !endsRun<Op> || context.isRunning()};
+  return {result, movesCounter<Op>() ? stream.programCounter() : pc, !endsRun<Op>() || context.isRunning()};
 }
 
 // Both handlers of an instruction class.
