@@ -11,11 +11,6 @@
 namespace Tavro {
 namespace {
 
-// A chunk is found by the address of an entry in it. It ends before its page does, where the allocator keeps
-// what it needs between one chunk and the next.
-constexpr std::size_t pageSize = 4096;
-constexpr std::size_t chunkSize = pageSize - 2 * sizeof(std::size_t);
-constexpr std::size_t headSize = 56;
 constexpr unsigned wordBits = 64;
 
 // A walk asks for rows so many entries ahead.
@@ -24,14 +19,12 @@ constexpr unsigned rowsAhead = 8;
 }  // namespace
 
 struct ArrivalIndex::Chunk {
-  // An entry takes a bit beside its bytes.
-  static constexpr unsigned capacity = (chunkSize - headSize) * 8 / (sizeof(Entry) * 8 + 1);
+  // Of some 4 KB on a machine with pointers of 8 bytes.
+  static constexpr unsigned capacity = 120;
 
   explicit Chunk(std::uint64_t arrival) : firstArrival(arrival), end(at(0)) {}
 
-  static Chunk& of(const IndexEntry& entry) {
-    return *reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(&entry) & ~(pageSize - 1));
-  }
+  static Chunk& of(const IndexEntry& entry) { return *static_cast<const Entry&>(entry).chunk; }
   Entry* at(unsigned place) { return reinterpret_cast<Entry*>(places_.data()) + place; }
   unsigned placeOf(const IndexEntry& entry) {
     return static_cast<unsigned>(static_cast<const Entry*>(&entry) - at(0));
@@ -78,9 +71,9 @@ EncodedKey ArrivalIndex::Entry::key() const {
 
 ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColumn>& columns,
                            len_t fixedLength)
-    : IndexBase(columns.front().tableName(), number, false), shape_(columns, fixedLength), encoder_(columns) {
-  static_assert(sizeof(Chunk) <= chunkSize);
-}
+    : IndexBase(columns.front().tableName(), number, false),
+      shape_(columns, fixedLength),
+      encoder_(columns) {}
 
 ArrivalIndex::~ArrivalIndex() {
   while (first_ != nullptr) {
@@ -90,29 +83,24 @@ ArrivalIndex::~ArrivalIndex() {
   }
 }
 
-ArrivalIndex::Chunk* ArrivalIndex::newChunk(std::uint64_t firstArrival) const {
-  void* const memory = ::operator new(chunkSize, std::align_val_t(pageSize));
-  auto chunk = std::unique_ptr<Chunk, void (*)(Chunk*)>(new (memory) Chunk(firstArrival), [](Chunk* failed) {
-    failed->~Chunk();
-    ::operator delete(failed, std::align_val_t(pageSize));
-  });
+std::unique_ptr<ArrivalIndex::Chunk> ArrivalIndex::newChunk(std::uint64_t firstArrival) const {
+  auto chunk = std::make_unique<Chunk>(firstArrival);
   if (hasTies_) chunk->ties = std::make_unique<IndexEntry*[]>(Chunk::capacity);
   if (hasLookup_) chunk->hashes = std::make_unique<std::uint64_t[]>(Chunk::capacity);
-  return chunk.release();
+  return chunk;
 }
 
 void ArrivalIndex::release(Chunk& chunk) noexcept {
   (chunk.previous == nullptr ? first_ : chunk.previous->next) = chunk.next;
   (chunk.next == nullptr ? last_ : chunk.next->previous) = chunk.previous;
-  chunk.~Chunk();
-  ::operator delete(&chunk, std::align_val_t(pageSize));
+  delete &chunk;
 }
 
 IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
   if (arrival != nextArrival_ || last_->end == last_->at(Chunk::capacity)) [[unlikely]]
     goOnAt(arrival);
   Chunk& chunk = *last_;
-  auto* const entry = new (chunk.end) Entry(row);
+  auto* const entry = new (chunk.end) Entry(row, chunk);
   if (hasLookup_) [[unlikely]] {
     try {
       addToLookup(*entry);
@@ -129,7 +117,7 @@ IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
 // Numbers of arrival that nothing stands for are gaps.
 void ArrivalIndex::goOnAt(std::uint64_t arrival) {
   if (last_ == nullptr || arrival - last_->firstArrival >= Chunk::capacity) {
-    Chunk* const chunk = newChunk(arrival);
+    Chunk* const chunk = newChunk(arrival).release();
     chunk->previous = last_;
     (last_ == nullptr ? first_ : last_->next) = chunk;
     Chunk* const former = std::exchange(last_, chunk);

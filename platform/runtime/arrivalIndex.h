@@ -14,7 +14,7 @@ namespace Tavro {
 // Rows in order of arrival, which admits equal ones. A lookup matches the first row that is equal in all
 // columns; what it needs is built when the first one asks for it.
 //
-// Most tables are of this kind, so an entry is no more than a row's handle: entries stand side by side in
+// Most tables are of this kind, so an entry is little more than a row's handle: entries stand side by side in
 // chunks, each in the place that its number of arrival says. What was erased leaves a gap; a chunk goes with
 // its last entry.
 class ArrivalIndex final : public IndexBase {
@@ -38,14 +38,16 @@ class ArrivalIndex final : public IndexBase {
  private:
   struct Chunk;
   struct Entry : IndexEntry {
-    using IndexEntry::IndexEntry;
+    Entry(const BaseRow& storedRow, Chunk& itsChunk) : IndexEntry(storedRow), chunk(&itsChunk) {}
     // Found by the hash of its row, once there has been a lookup.
     EncodedKey key() const;
+
+    Chunk* chunk;
   };
 
   void remove(IndexEntry& entry) noexcept override;
   void goOnAt(std::uint64_t arrival);
-  Chunk* newChunk(std::uint64_t firstArrival) const;
+  std::unique_ptr<Chunk> newChunk(std::uint64_t firstArrival) const;
   void release(Chunk& chunk) noexcept;
 
   void buildLookup();

@@ -68,16 +68,9 @@ void* operator new(std::size_t size) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  void* const block =
-      fails() ? nullptr : counted(std::aligned_alloc(static_cast<std::size_t>(alignment), size));
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return malloc(size == 0 ? 1 : size); }
 void operator delete(void* block) noexcept { free(block); }
 void operator delete(void* block, std::size_t) noexcept { free(block); }
-void operator delete(void* block, std::align_val_t) noexcept { free(block); }
 
 namespace Tavro::allocation {
 

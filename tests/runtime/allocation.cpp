@@ -9,27 +9,17 @@ std::size_t countdownToFailure = 0;
 
 // Every block is to be counted, and can fail.
 [[maybe_unused]] const int hasPlainBlocks = setenv("TAVRO_PLAIN_BLOCKS", "1", 1);
-
-void failIfDue() {
-  if (countdownToFailure > 0 && --countdownToFailure == 0) throw std::bad_alloc();
-}
-void* counted(void* block) {
-  if (block == nullptr) throw std::bad_alloc();
-  ++blocks;
-  return block;
-}
 }  // namespace
 
 std::size_t Tavro::allocation::inUse() { return blocks; }
 void Tavro::allocation::failAt(std::size_t countdown) { countdownToFailure = countdown; }
 
 void* operator new(std::size_t size) {
-  failIfDue();
-  return counted(std::malloc(size == 0 ? 1 : size));
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  failIfDue();
-  return counted(std::aligned_alloc(static_cast<std::size_t>(alignment), size));
+  if (countdownToFailure > 0 && --countdownToFailure == 0) throw std::bad_alloc();
+  void* const block = std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr) throw std::bad_alloc();
+  ++blocks;
+  return block;
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
@@ -44,4 +34,3 @@ void operator delete(void* block) noexcept {
   std::free(block);
 }
 void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
-void operator delete(void* block, std::align_val_t) noexcept { operator delete(block); }
