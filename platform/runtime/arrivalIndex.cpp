@@ -76,10 +76,10 @@ ArrivalIndex::ArrivalIndex(unsigned number, const std::vector<tvMetadata::tvColu
       encoder_(columns) {}
 
 ArrivalIndex::~ArrivalIndex() {
-  while (first_ != nullptr) {
-    for (Entry* entry = first_->from(0); entry != nullptr; entry = first_->from(first_->placeOf(*entry) + 1))
+  for (Chunk* chunk = first_; chunk != nullptr;) {
+    for (Entry* entry = chunk->from(0); entry != nullptr; entry = chunk->from(chunk->placeOf(*entry) + 1))
       entry->~Entry();
-    release(*first_);
+    const std::unique_ptr<Chunk> gone(std::exchange(chunk, chunk->next));
   }
 }
 
