@@ -56,10 +56,10 @@ void Context::clear(bool full) {
 
 Context::ContextState Context::execute() {
   running = true;
-  for (unsigned pc = stream.programCounter();;) {
+  for (std::size_t pc = stream.programCounter();;) {
     // Asked anew for every instruction: a level may be turned on while a program runs. And the handlers with
     // trace sites mind where they read, which those without do not behind the stream.
-    const bool isPlain = !Kelpo::DebugHandler::anyLevelOn() && stream.isWithinCapacity(pc);
+    const bool isPlain = !Kelpo::DebugHandler::anyLevelOn() && stream.isPlainAt(pc);
     const PlainOutcome outcome = isPlain ? stream.executePlain(*this, pc) : executeTraced();
     if (!outcome.goesOn()) [[unlikely]]
       return outcome.result() == OpOk ? Ready : endRun(static_cast<len_t>(pc), outcome.result());

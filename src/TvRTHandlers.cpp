@@ -84,7 +84,7 @@ std::string InstructionInfo::installSignature() const {
   return text.str();
 }
 
-PlainOutcome Handlers::runTraced(Context& context, unsigned pc) {
+PlainOutcome Handlers::runTraced(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
   stream.programCounterIs(static_cast<len_t>(pc));
   const HandlerNumber number = stream.handlerAt(static_cast<len_t>(pc - IStream::handlerSlotWidth));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <new>
 
 namespace Tavro::TvRT {
@@ -51,6 +52,8 @@ void IStream::growTo(std::uint32_t newCapacity) {
   }
   std::memset(code + capacity, 0, needed - capacity);
   capacity = newCapacity;
+  constexpr std::uint32_t lastWithOperands = std::numeric_limits<len_t>::max() - handlerSlotWidth;
+  lastPlain = std::min(newCapacity, lastWithOperands);
 }
 
 void IStream::reportBadStep() { std::cout << "bad stepPC parameter.  Too large." << std::endl; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <span>
@@ -28,13 +29,14 @@ using Handler = OpResult (*)(Context&);
 // whether it does.
 class PlainOutcome {
  public:
-  PlainOutcome(OpResult result, unsigned pc, bool isRunning = true)
+  PlainOutcome(OpResult result, std::size_t pc, bool isRunning = true)
       : bits_(std::uint64_t{static_cast<std::uint32_t>(result)} << 32 | (isRunning ? 0U : ended) | pc) {}
 
   // A run that goes on is nothing but the offset.
   bool goesOn() const { return bits_ < ended; }
   OpResult result() const { return static_cast<OpResult>(static_cast<std::int32_t>(bits_ >> 32)); }
-  unsigned pc() const { return static_cast<unsigned>(bits_); }
+  // Of a run that goes on.
+  std::size_t pc() const { return static_cast<std::size_t>(bits_); }
 
  private:
   static constexpr unsigned ended = 0x10000;
@@ -44,8 +46,9 @@ class PlainOutcome {
 
 // Carries out an instruction whose slot begins within the stream's capacity. `pc`, the offset of its
 // operands, is handed over and the next one handed back: a value that has to come back from memory is what an
-// instruction would wait for longest. In memory it is kept all the same.
-using PlainHandler = PlainOutcome (*)(Context&, unsigned pc);
+// instruction would wait for longest. In memory it is kept all the same. It is as wide as an address, of
+// which it becomes a part.
+using PlainHandler = PlainOutcome (*)(Context&, std::size_t pc);
 
 // The two handlers of an instruction, which do the same: one with trace sites, and one without them, which
 // runs while no level is on.
@@ -59,7 +62,7 @@ struct TAVRO_EXPORT Handlers {
   PlainHandler plain = nullptr;
 
   // Runs the traced handler of the instruction with operands at `pc`.
-  static PlainOutcome runTraced(Context& context, unsigned pc);
+  static PlainOutcome runTraced(Context& context, std::size_t pc);
 };
 
 // What stands in the handler slot of an instruction: an index into the table of handlers, counted from

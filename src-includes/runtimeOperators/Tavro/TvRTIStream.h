@@ -57,7 +57,7 @@ class TAVRO_EXPORT IStream {
   void stepPC(len_t n) { stepFrom(pc, n); }
   // The same for a caller who has read `pc` already.
   void stepFrom(len_t offset, len_t n) {
-    const unsigned target = unsigned{offset} + n;
+    const std::size_t target = std::size_t{offset} + n;
     if (hasSlotAt(target)) [[likely]]
       pc = static_cast<len_t>(target);
     else
@@ -65,7 +65,7 @@ class TAVRO_EXPORT IStream {
   }
 
   // A whole handler slot lies at the offset and before the end of the stream.
-  bool hasSlotAt(unsigned offset) const { return static_cast<int>(offset) <= lastSlot; }
+  bool hasSlotAt(std::size_t offset) const { return static_cast<std::ptrdiff_t>(offset) <= lastSlot; }
 
   // Jumps to a label number; false, and nothing done, when there is no such number.
   template <Trace trace = Trace::On>
@@ -93,13 +93,14 @@ class TAVRO_EXPORT IStream {
     return HandlerTable::at(handlerAt(ppc))(context);
   }
 
-  // The same without trace sites, for an offset within the capacity.
-  PlainOutcome executePlain(Context& context, unsigned ppc) {
+  // The same without trace sites, for an offset of which `isPlainAt` is true.
+  PlainOutcome executePlain(Context& context, std::size_t ppc) {
     HandlerNumber number;
     std::memcpy(&number, code + ppc, sizeof number);
-    return HandlerTable::plainAt(number)(context, static_cast<len_t>(ppc + handlerSlotWidth));
+    return HandlerTable::plainAt(number)(context, ppc + handlerSlotWidth);
   }
-  bool isWithinCapacity(unsigned offset) const { return offset <= capacity; }
+  // Whether a slot at the offset begins within the capacity, and its operands within 16 bits.
+  bool isPlainAt(std::size_t offset) const { return offset <= lastPlain; }
 
   // The bytes of the handler slot at an offset.
   HandlerNumber handlerAt(len_t offset) const {
@@ -130,7 +131,7 @@ class TAVRO_EXPORT IStream {
  private:
   void lengthIs(len_t newLength) {
     length = newLength;
-    lastSlot = int{length} - handlerSlotWidth;
+    lastSlot = std::ptrdiff_t{length} - handlerSlotWidth;
   }
   void setLabel(std::size_t label);
   void growTo(std::uint32_t newCapacity);
@@ -139,11 +140,13 @@ class TAVRO_EXPORT IStream {
   len_t labelCount = 0;
   len_t pc = 0;
   unsigned char* code = nullptr;
+  // The last offset at which an instruction can be carried out without minding where it reads.
+  std::size_t lastPlain = 0;
   std::uint32_t capacity = 0;
   std::uint32_t growBy = 512;
   len_t length = 0;
   // The last offset at which a whole handler slot lies within `length`.
-  int lastSlot = -int{handlerSlotWidth};
+  std::ptrdiff_t lastSlot = -std::ptrdiff_t{handlerSlotWidth};
   // Bytes of memory at `code`.
   std::uint32_t allocated = 0;
   std::vector<len_t> labels;

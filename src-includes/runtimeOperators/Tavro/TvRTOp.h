@@ -93,7 +93,7 @@ constexpr bool endsRun() {
 // reported, the other one does the work: so nothing here calls what comes back, and no register is saved for
 // it.
 template <typename Op>
-[[gnu::flatten]] PlainOutcome runPlain(Context& context, unsigned pc) {
+[[gnu::flatten]] PlainOutcome runPlain(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
   if constexpr (operandWidth<Op> != 0 && !endsRun<Op>())
     if (!stream.hasSlotAt(pc + operandWidth<Op>)) [[unlikely]]
