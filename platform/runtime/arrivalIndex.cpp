@@ -97,21 +97,35 @@ void ArrivalIndex::release(Chunk& chunk) noexcept {
 }
 
 IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
-  if (arrival != nextArrival_ || last_->end == last_->at(Chunk::capacity)) [[unlikely]]
-    goOnAt(arrival);
-  Chunk& chunk = *last_;
-  auto* const entry = new (chunk.end) Entry(row, chunk);
-  if (hasLookup_) [[unlikely]] {
+  if (hasLookup_ || hasToGoOnFor(arrival)) [[unlikely]]
+    return insertWithCare(row, arrival);
+  Entry& entry = *new (last_->end) Entry(row, *last_);
+  takePlace(arrival);
+  return &entry;
+}
+
+IndexEntry* ArrivalIndex::insertWithCare(const BaseRow& row, std::uint64_t arrival) {
+  if (hasToGoOnFor(arrival)) goOnAt(arrival);
+  Entry& entry = *new (last_->end) Entry(row, *last_);
+  if (hasLookup_) {
     try {
-      addToLookup(*entry);
+      addToLookup(entry);
     } catch (...) {
-      entry->~Entry();
+      entry.~Entry();
       throw;
     }
   }
-  ++chunk.end;
+  takePlace(arrival);
+  return &entry;
+}
+
+inline bool ArrivalIndex::hasToGoOnFor(std::uint64_t arrival) const {
+  return arrival != nextArrival_ || last_->end == last_->at(Chunk::capacity);
+}
+
+inline void ArrivalIndex::takePlace(std::uint64_t arrival) {
+  ++last_->end;
   nextArrival_ = arrival + 1;
-  return entry;
 }
 
 // Numbers of arrival that nothing stands for are gaps.

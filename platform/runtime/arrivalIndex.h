@@ -46,6 +46,10 @@ class ArrivalIndex final : public IndexBase {
   };
 
   void remove(IndexEntry& entry) noexcept override;
+  // With a lookup to keep, or where the next place is not that of the number of arrival.
+  IndexEntry* insertWithCare(const BaseRow& row, std::uint64_t arrival);
+  bool hasToGoOnFor(std::uint64_t arrival) const;
+  void takePlace(std::uint64_t arrival);
   void goOnAt(std::uint64_t arrival);
   std::unique_ptr<Chunk> newChunk(std::uint64_t firstArrival) const;
   void release(Chunk& chunk) noexcept;

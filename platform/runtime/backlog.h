@@ -18,9 +18,9 @@ struct Change {
   BaseRow row;
 };
 
-// The changes that a reader has not been told of, in order. Changes are staged first, and become part of it
-// when they are settled: what fails half way is withdrawn. The row of the first change is lent out while the
-// reader is told of it, and the change counts until that has been done.
+// The changes that a reader has not been told of, in order. Places are reserved before a table is changed, so
+// that nothing can fail behind that. The row of the first change is lent out while the reader is told of it,
+// and the change counts until that has been done.
 class Backlog {
  public:
   Backlog() = default;
@@ -28,21 +28,16 @@ class Backlog {
   Backlog& operator=(const Backlog&) = delete;
   ~Backlog() { clear(); }
 
-  void stage(Change::Kind kind, const BaseRow& row) {
-    if (behind_ - first_ == places_) [[unlikely]]
+  // Makes room for so many changes, fewer than `fewPlaces`. Throws std::bad_alloc.
+  void reserve(std::size_t changes) {
+    if (behind_ - first_ + changes > places_) [[unlikely]]
       grow();
+  }
+  // Takes one of the places that were reserved.
+  void add(Change::Kind kind, const BaseRow& row) noexcept {
     new (&at(behind_)) Change{kind, row};
     ++behind_;
-    ++staged_;
     insertions_ += countOf(kind);
-  }
-  void settle() noexcept { staged_ = 0; }
-  void withdraw() noexcept {
-    for (; staged_ > 0; --staged_) {
-      --behind_;
-      insertions_ -= countOf(at(behind_).kind);
-      std::destroy_at(&at(behind_));
-    }
   }
 
   bool isEmpty() const { return first_ == behind_; }
@@ -74,7 +69,7 @@ class Backlog {
     for (std::size_t i = firstHere(); i != behind_; ++i) std::destroy_at(&at(i));
     first_ = behind_;
     freePlaces();
-    staged_ = insertions_ = 0;
+    insertions_ = 0;
     isLent_ = false;
   }
 
@@ -109,7 +104,6 @@ class Backlog {
   std::size_t first_ = 0;
   std::size_t behind_ = 0;
 
-  std::size_t staged_ = 0;
   std::size_t insertions_ = 0;
   bool isLent_ = false;
 };

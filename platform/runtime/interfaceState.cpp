@@ -38,7 +38,7 @@ void InterfaceState::bind(MemoryTable& table, RunQueue& queue, Client* client) {
   phase_ = Phase::bound;
   readyDue_ = handlers_.ready != nullptr;
   queue.bind(*owner_);
-  queue.consider(*owner_);
+  consider();
 }
 
 void InterfaceState::disconnect() noexcept {
@@ -52,8 +52,6 @@ void InterfaceState::disconnect() noexcept {
   client_ = nullptr;
   table.disconnect(*this);
 }
-
-void InterfaceState::consider() noexcept { queue_->consider(*owner_); }
 
 void InterfaceState::throwNotBound() const {
   throw std::logic_error("interface " + name_ + " is not bound to a table");
@@ -76,20 +74,11 @@ void InterfaceState::deactivate() {
   if (phase_ == Phase::active) phase_ = Phase::keeping;
 }
 
-void InterfaceState::stage(Change::Kind kind, const BaseRow& row) {
-  if (phase_ != Phase::bound && (wanted_ & bitOf(kind)) != 0) backlog_.stage(kind, row);
-}
-
-void InterfaceState::settle() noexcept {
-  backlog_.settle();
-  queue_->consider(*owner_);
-}
-
 void InterfaceState::blockedIs(bool blocked) noexcept {
   if (blocked_ == blocked) return;
   blocked_ = blocked;
   if (handlers_.block) ++noticesDue_;
-  queue_->consider(*owner_);
+  consider();
 }
 
 bool InterfaceState::isToComeFor(const Client* writer) const {
@@ -97,15 +86,28 @@ bool InterfaceState::isToComeFor(const Client* writer) const {
 }
 
 // What is mostly false comes first: it is asked several times for every change.
-bool InterfaceState::runnable() const {
-  if (isReader()) {
-    if (!readyDue_ && (backlog_.isEmpty() || phase_ != Phase::active)) return false;
-    if (table_ == nullptr || !owner_->clientReady() || (client_ != nullptr && client_->isHeld()))
-      return false;
-    return !readyDue_ || handlers_.row != nullptr || !table_->isBeingFilled();
-  }
+inline bool InterfaceState::hasChange() const {
+  return !backlog_.isEmpty() && phase_ == Phase::active && owner_->clientReady() &&
+         (client_ == nullptr || !client_->isHeld());
+}
+
+// What is told beside changes.
+bool InterfaceState::hasNotice() const {
   if (table_ == nullptr) return false;
-  return noticesDue_ > 0 || (readyDue_ && !table_->isReaderToComeFor(client_));
+  if (!isReader()) return noticesDue_ > 0 || (readyDue_ && !table_->isReaderToComeFor(client_));
+  if (!owner_->clientReady() || (client_ != nullptr && client_->isHeld())) return false;
+  return handlers_.row != nullptr || !table_->isBeingFilled();
+}
+
+bool InterfaceState::runnable() const { return waitsForChanges() ? hasChange() : hasNotice(); }
+
+void InterfaceState::consider() noexcept {
+  if (runnable()) queue_->enter(*owner_);
+}
+
+void InterfaceState::add(Change::Kind kind, const BaseRow& row) noexcept {
+  if (phase_ != Phase::bound && (wanted_ & bitOf(kind)) != 0) backlog_.add(kind, row);
+  consider();
 }
 
 void InterfaceState::leaveOwner(std::unique_ptr<InterfaceState> self) noexcept {
@@ -113,29 +115,55 @@ void InterfaceState::leaveOwner(std::unique_ptr<InterfaceState> self) noexcept {
   if (self->isDelivering_) self.release()->isOwnerless_ = true;
 }
 
+class InterfaceState::Delivery {
+ public:
+  explicit Delivery(InterfaceState& state) : of_(state) { of_.isDelivering_ = true; }
+  Delivery(const Delivery&) = delete;
+  Delivery& operator=(const Delivery&) = delete;
+  ~Delivery() {
+    of_.isDelivering_ = false;
+    if (of_.isOwnerless_) [[unlikely]]
+      delete &of_;
+  }
+
+ private:
+  InterfaceState& of_;
+};
+
+inline void InterfaceState::tell(const Change& change) const {
+  switch (change.kind) {
+    case Change::Kind::inserted:
+      return handlers_.row(change.row);
+    case Change::Kind::deleted:
+      return handlers_.del(change.row);
+    default:
+      return handlers_.end();
+  }
+}
+
 void InterfaceState::deliver() {
-  struct Delivery {
-    InterfaceState& of;
-    explicit Delivery(InterfaceState& state) : of(state) { of.isDelivering_ = true; }
-    Delivery(const Delivery&) = delete;
-    Delivery& operator=(const Delivery&) = delete;
-    ~Delivery() {
-      of.isDelivering_ = false;
-      if (of.isOwnerless_) [[unlikely]]
-        delete &of;
-    }
-  };
+  if (!waitsForChanges()) [[unlikely]]
+    return deliverNotice();
   const Delivery delivery(*this);
-  if (readyDue_) [[unlikely]]
+  Change change = backlog_.lendFirst();
+  attempt([&] { tell(change); },
+          [&] {
+            // Unless its own handler has disconnected it.
+            if (backlog_.dropLent(change)) table_->considerRoom();
+          },
+          [&] { backlog_.returnLent(std::move(change)); });
+}
+
+void InterfaceState::deliverNotice() {
+  const Delivery delivery(*this);
+  if (readyDue_)
     deliverReady();
-  else if (isReader())
-    deliverChange();
   else
     deliverBlocking();
 }
 
 template <typename Tell, typename Done, typename Refused>
-void InterfaceState::attempt(const Tell& tell, const Done& done, const Refused& refused) {
+inline void InterfaceState::attempt(const Tell& tell, const Done& done, const Refused& refused) {
   try {
     tell();
   } catch (const TvTableFull&) {
@@ -165,27 +193,6 @@ void InterfaceState::deliverBlocking() {
           },
           [] {});
   if (client_ != nullptr && !isHeld()) client_->considerReaders();
-}
-
-void InterfaceState::deliverChange() {
-  Change change = backlog_.lendFirst();
-  attempt([&] { tell(change); },
-          [&] {
-            // Unless its own handler has disconnected it.
-            if (backlog_.dropLent(change)) table_->considerRoom();
-          },
-          [&] { backlog_.returnLent(std::move(change)); });
-}
-
-void InterfaceState::tell(const Change& change) const {
-  switch (change.kind) {
-    case Change::Kind::inserted:
-      return handlers_.row(change.row);
-    case Change::Kind::deleted:
-      return handlers_.del(change.row);
-    default:
-      return handlers_.end();
-  }
 }
 
 }  // namespace Tavro

@@ -3,14 +3,13 @@
 #include <memory>
 #include <string>
 
-#include "Tavro/tavroDb.h"
+#include "Tavro/database.h"
 #include "backlog.h"
+#include "runQueue.h"
 
 namespace Tavro {
 
-class Client;
 class MemoryTable;
-class RunQueue;
 
 // The inside of a table interface: what it is bound to, what it is still to be told, and whether it can be.
 class InterfaceState {
@@ -54,10 +53,11 @@ class InterfaceState {
   void activate(bool reading);
   void deactivate();
 
-  // A reader's changes, as its table makes them: staged for all readers first, then settled or withdrawn.
-  void stage(Change::Kind kind, const BaseRow& row);
-  void settle() noexcept;
-  void withdraw() noexcept { backlog_.withdraw(); }
+  // A reader's changes: its table reserves places for them, changes, and adds them.
+  void reserve(std::size_t changes) {
+    if (phase_ != Phase::bound) backlog_.reserve(changes);
+  }
+  void add(Change::Kind kind, const BaseRow& row) noexcept;
   // Insertions that a reader has not been told of.
   std::size_t undelivered() const { return backlog_.insertions(); }
 
@@ -79,15 +79,21 @@ class InterfaceState {
   // A reader's road: it keeps nothing until its client asks for it, then keeps changes, then is told of them.
   enum class Phase : unsigned char { bound, keeping, active };
 
+  // A reader that has been told that it is ready waits for changes alone.
+  bool waitsForChanges() const { return isReader() && !readyDue_; }
+  bool hasChange() const;
+  bool hasNotice() const;
+
   [[noreturn]] void throwNotBound() const;
   [[noreturn]] void throwNoWriter() const;
 
   // Runs `tell`, then `done`, or `refused` when the client cannot be told now.
   template <typename Tell, typename Done, typename Refused>
   void attempt(const Tell& tell, const Done& done, const Refused& refused);
+  class Delivery;
+  void deliverNotice();
   void deliverReady();
   void deliverBlocking();
-  void deliverChange();
   static unsigned bitOf(Change::Kind kind) { return 1U << static_cast<unsigned>(kind); }
   void wantedIs(Change::Kind kind, bool isWanted);
   void tell(const Change& change) const;

@@ -48,30 +48,6 @@ std::vector<tvMetadata::tvColumn> layOut(const std::string& tableName,
   return columns;
 }
 
-// Tells all readers of changes, or none: what has been staged is withdrawn unless it is made known.
-class MemoryTable::Announcement {
- public:
-  explicit Announcement(const std::vector<InterfaceState*>& readers) : readers_(readers) {}
-  Announcement(const Announcement&) = delete;
-  Announcement& operator=(const Announcement&) = delete;
-  ~Announcement() {
-    if (made_) return;
-    for (InterfaceState* const reader : readers_) reader->withdraw();
-  }
-
-  void add(Change::Kind kind, const BaseRow& row) {
-    for (InterfaceState* const reader : readers_) reader->stage(kind, row);
-  }
-  void make() noexcept {
-    made_ = true;
-    for (InterfaceState* const reader : readers_) reader->settle();
-  }
-
- private:
-  const std::vector<InterfaceState*>& readers_;
-  bool made_ = false;
-};
-
 MemoryTable::MemoryTable(std::string name, unsigned short rowType, std::vector<tvMetadata::tvColumn> columns)
     : name_(std::move(name)),
       rowType_(rowType),
@@ -183,58 +159,66 @@ inline void MemoryTable::put(const BaseRow& row) {
   ++size_;
 }
 
+inline void MemoryTable::reserveNews(std::size_t changes) {
+  for (InterfaceState* const reader : readers_) reader->reserve(changes);
+}
+
+inline void MemoryTable::tell(Change::Kind kind, const BaseRow& row) noexcept {
+  for (InterfaceState* const reader : readers_) reader->add(kind, row);
+}
+
 void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
   shape_.require(row);
   requireRoom(writer);
-  Announcement news(readers_);
-  if (hasUnique_) {
-    putOrReplace(row, news);
-  } else {
-    news.add(Change::Kind::inserted, row);
-    put(row);
-  }
-  news.make();
+  if (hasUnique_) return putOrReplace(row);
+  reserveNews(1);
+  put(row);
+  tell(Change::Kind::inserted, row);
 }
 
-void MemoryTable::putOrReplace(const BaseRow& row, Announcement& news) {
+void MemoryTable::putOrReplace(const BaseRow& row) {
   const Meeting met = meet(row, nullptr);
   if (met.entry == nullptr) {
-    news.add(Change::Kind::inserted, row);
+    reserveNews(1);
     put(row);
-    return;
-  }
-  news.add(Change::Kind::deleted, met.entry->row);
-  if (autoUpdate_ == nullptr) {
-    news.add(Change::Kind::inserted, row);
-    replace(met, row);
+    tell(Change::Kind::inserted, row);
+  } else if (autoUpdate_ == nullptr) {
+    replaceAndTell(met, row);
   } else {
     const BaseRow merged = merge(met.entry->row, row);
-    news.add(Change::Kind::inserted, merged);
-    replace(meet(merged, met.entry), merged);
+    replaceAndTell(meet(merged, met.entry), merged);
   }
+}
+
+void MemoryTable::replaceAndTell(const Meeting& met, const BaseRow& row) {
+  reserveNews(2);
+  const BaseRow replaced = met.entry->row;
+  replace(met, row);
+  tell(Change::Kind::deleted, replaced);
+  tell(Change::Kind::inserted, row);
 }
 
 void MemoryTable::remove(const BaseRow& row) {
   if (row.isNull() || !indexes_.front()->takes(row)) return;
   IndexEntry* const entry = indexes_.front()->findForChange(row);
   if (entry == nullptr) return;
-  Announcement news(readers_);
-  news.add(Change::Kind::deleted, entry->row);
+  reserveNews(1);
+  const BaseRow removed = entry->row;
   erase(*entry);
   --size_;
-  news.make();
+  tell(Change::Kind::deleted, removed);
 }
 
 void MemoryTable::end(InterfaceState& writer) {
   const bool isFiller = fillers_ != 0;
   if (isFiller && writer.hasEnded()) return;
-  Announcement news(readers_);
-  if (fillers_ <= 1) news.add(Change::Kind::ended, BaseRow());
+  const bool isLast = fillers_ <= 1;
+  if (isLast) reserveNews(1);
   if (isFiller) {
     writer.endIs();
     --fillers_;
   }
-  news.make();
+  if (isLast) tell(Change::Kind::ended, BaseRow());
 }
 
 IndexEntry* MemoryTable::inFirstIndex(IndexEntry& entry, std::size_t index) const {

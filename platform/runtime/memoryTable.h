@@ -67,8 +67,6 @@ class MemoryTable final : public Table {
  private:
   static constexpr std::size_t maxIndexes = 256;
 
-  class Announcement;
-
   // The stored row whose key a row has.
   struct Meeting {
     // In index 0; null when the row meets none.
@@ -79,6 +77,11 @@ class MemoryTable final : public Table {
 
   unsigned add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make);
   std::vector<tvMetadata::tvColumn> columnsNamed(const std::vector<std::string>& names) const;
+  // Readers are told of a change once it has been made, which cannot fail any more: before it, room is made
+  // for as many as there will be.
+  void reserveNews(std::size_t changes);
+  void tell(Change::Kind kind, const BaseRow& row) noexcept;
+
   void requireRoom(InterfaceState& writer) {
     if (capacity_ != 0) requireRoomWithin(writer);
   }
@@ -93,7 +96,8 @@ class MemoryTable final : public Table {
   void tieEntries() noexcept;
   IndexEntry* inNextIndex(std::size_t index, IndexEntry& entry) const noexcept;
   void put(const BaseRow& row);
-  void putOrReplace(const BaseRow& row, Announcement& news);
+  void putOrReplace(const BaseRow& row);
+  void replaceAndTell(const Meeting& met, const BaseRow& row);
   void replace(const Meeting& met, const BaseRow& row);
   void erase(IndexEntry& entry) noexcept;
 
