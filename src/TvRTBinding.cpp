@@ -161,9 +161,7 @@ void Context::swapRow(len_t index, BaseRow& row) { slotToReplace(index).swap(row
 void Context::clearRow(len_t index) {
   const TableBindInfo* const info = tableBindInfo(index);
   if (index >= rows.size() || info == nullptr) throwNoBinding();
-  BaseRow fresh(info->len);
-  fresh.rowTypeIs(static_cast<len_t>(info->rowType));
-  rows[index].row.swap(fresh);
+  rows[index].row = BaseRow(info->len, static_cast<len_t>(info->rowType));
 }
 
 inline Proxy& Context::host(const char* what, len_t table) const {

@@ -16,7 +16,7 @@ constexpr const char* sourceName = "TvRTContext";
 constexpr const char* executeSignature = "Tavro::TvRT::Context::ContextState Tavro::TvRT::Context::execute()";
 
 template <typename... Parts>
-[[noreturn]] void endProcess(const Parts&... parts) {
+[[noreturn, gnu::cold, gnu::noinline]] void endProcess(Parts... parts) {
   std::cout.flush();
   (std::cerr << ... << parts) << std::endl;
   std::exit(1);
@@ -87,16 +87,32 @@ Context::ContextState Context::endRun(len_t ppc, OpResult result) {
   throw TvOutOfRange("Unexpected result" + std::to_string(static_cast<int>(result)));
 }
 
-Context::ContextState Context::execute(len_t label) {
-  Kelpo::trace(debug.handler(), traceEvents, sourceName, __LINE__, "execute", [&](std::ostream& text) {
-    const auto name = entryNames.find(label);
-    text << "Entry -> " << (name == entryNames.end() ? "???" : name->second);
-  });
-  if (state != Ready)
-    throw TvTableFull("Context not ready, state = " + std::to_string(static_cast<int>(state)));
-  if (!gotoOp(label)) endProcess("unknown starting point: ", label);
+template <Trace trace>
+inline void Context::enter(len_t label) {
+  if constexpr (trace == Trace::On)
+    Kelpo::trace(debug.handler(), traceEvents, sourceName, __LINE__, "execute", [&](std::ostream& text) {
+      const auto name = entryNames.find(label);
+      text << "Entry -> " << (name == entryNames.end() ? "???" : name->second);
+    });
+  if (state != Ready) [[unlikely]]
+    throwNotReady();
+  if (!gotoOp<trace>(label)) [[unlikely]]
+    endProcess("unknown starting point: ", label);
   lastEntry = label;
+}
+
+void Context::enterTraced(len_t label) { enter<Trace::On>(label); }
+
+Context::ContextState Context::execute(len_t label) {
+  if (Kelpo::DebugHandler::anyLevelOn()) [[unlikely]]
+    enterTraced(label);
+  else
+    enter<Trace::Off>(label);
   return execute();
+}
+
+void Context::throwNotReady() const {
+  throw TvTableFull("Context not ready, state = " + std::to_string(static_cast<int>(state)));
 }
 
 Context::ContextState Context::resume() {

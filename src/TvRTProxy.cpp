@@ -182,7 +182,7 @@ void Proxy::finish() {
 }
 
 void Proxy::onRow(len_t index, const BaseRow& row) {
-  traceEvent(__LINE__, "onRow", [&](std::ostream& text) {
+  traceEvent(__LINE__, "onRow", [index](std::ostream& text) {
     text << "void Tavro::TvRT::Proxy::onRow(Tavro::len_t, const Tavro::BaseRow&)" << index;
   });
   const len_t entry = context->onRowWC(index);

@@ -125,7 +125,7 @@ void BaseRow::takePrivateBuffer() { growTo(length()); }
 void BaseRow::growTo(unsigned length) {
   const auto newLength = static_cast<len_t>(length);
   // An array may be indexed at its count, so a row that has payloads has room for one element more.
-  TvPtr<TvRowBuf> grown = makeRowBuffer(newLength, sizeof(Ip6Addr));
+  TvPtr<TvRowBuf> grown = makeRowBuffer(newLength, rowType(), sizeof(Ip6Addr));
   std::memcpy(grown->buffer, row_->buffer, this->length());
   storeBytes(grown->buffer, newLength);
   if (row_->spacious != nullptr)

@@ -36,11 +36,14 @@ struct RowBlockAllocator {
 
 }  // namespace
 
-TvPtr<TvRowBuf> makeRowBuffer(len_t len, std::size_t beyond) {
+TvPtr<TvRowBuf> makeRowBuffer(len_t len, len_t rowType, std::size_t beyond) {
   inTheMaking.length = len + beyond;
   TvPtr<TvRowBuf> row = std::allocate_shared<TvRowBuf>(RowBlockAllocator<TvRowBuf>(), nullptr);
-  row->buffer = inTheMaking.bytes;
-  std::memset(row->buffer, 0, inTheMaking.length);
+  unsigned char* const bytes = inTheMaking.bytes;
+  row->buffer = bytes;
+  std::memset(bytes, 0, inTheMaking.length);
+  storeBytes(bytes, len);
+  storeBytes(bytes + tv_rowTypeOffset, rowType);
   return row;
 }
 

@@ -69,11 +69,7 @@ MemoryTable::~MemoryTable() {
   while (!writers_.empty()) writers_.back()->disconnect();
 }
 
-BaseRow MemoryTable::newRow() const {
-  BaseRow row(fixedLength_);
-  row.rowTypeIs(rowType_);
-  return row;
-}
+BaseRow MemoryTable::newRow() const { return BaseRow(fixedLength_, rowType_); }
 
 unsigned MemoryTable::addIndex(const std::vector<std::string>& columnNames) {
   return add([&](unsigned number) {

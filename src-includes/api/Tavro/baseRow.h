@@ -78,9 +78,9 @@ struct TAVRO_EXPORT TvRowBuf {
   std::unique_ptr<std::vector<PayloadRoom>> spacious{};
 };
 
-// A buffer of `len` zeroed bytes with one owner: counts, object and bytes in one block. `beyond` more zeroed
-// bytes lie behind them. Throws std::bad_alloc.
-TAVRO_EXPORT TvPtr<TvRowBuf> makeRowBuffer(len_t len, std::size_t beyond = 0);
+// A buffer of `len` bytes, at least 8, with one owner: counts, object and bytes in one block. Length and row
+// type stand in it, all else is zero, as are `beyond` more bytes behind it. Throws std::bad_alloc.
+TAVRO_EXPORT TvPtr<TvRowBuf> makeRowBuffer(len_t len, len_t rowType, std::size_t beyond = 0);
 
 // True for the column types that stand in place.
 template <typename T>
@@ -96,8 +96,8 @@ class TAVRO_EXPORT BaseRow {
  public:
   // The null row.
   BaseRow() : row_(static_cast<TvRowBuf*>(nullptr)) {}
-  // A zeroed row of `len` bytes. Asserts that `len` has room for the header.
-  explicit BaseRow(len_t len) : row_(allocate(len)) { storeBytes(row_->buffer, len); }
+  // A row of `len` bytes and a row type, zeroed otherwise. Asserts that `len` has room for the header.
+  explicit BaseRow(len_t len, len_t rowType = 0) : row_(allocate(len, rowType)) {}
   BaseRow(const BaseRow&) = default;
   BaseRow(BaseRow&& other) noexcept : row_(std::move(other.row_)) {}
   BaseRow& operator=(const BaseRow&) = default;
@@ -209,9 +209,9 @@ class TAVRO_EXPORT BaseRow {
     std::uint16_t length;
   };
 
-  static TvPtr<TvRowBuf> allocate(len_t len) {
+  static TvPtr<TvRowBuf> allocate(len_t len, len_t rowType) {
     assertThat(len >= tv_contentOffset, "len >= tv_contentOffset", "Tavro::BaseRow::BaseRow(Tavro::len_t)");
-    return makeRowBuffer(len);
+    return makeRowBuffer(len, rowType);
   }
 
   Payload payloadAt(len_t offset) const {

@@ -260,6 +260,11 @@ class TAVRO_EXPORT Context {
 
   std::size_t tableCount() const { return tbis.size() < pseudoRowCount ? 0 : tbis.size() - pseudoRowCount; }
   len_t constructPseudoBindTableInfo(const std::string& name);
+  // Takes the run to a label.
+  template <Trace trace>
+  void enter(len_t label);
+  [[gnu::cold]] void enterTraced(len_t label);
+  [[noreturn, gnu::cold]] void throwNotReady() const;
   PlainOutcome executeTraced();
   ContextState endRun(len_t ppc, OpResult result);
   len_t findRowEntry(len_t table) const;
