@@ -166,6 +166,12 @@ class TAVRO_EXPORT BaseRow {
     else
       storeInPrivate(offset, &value, sizeof value);
   }
+  // The same for a row that is known not to be null, and its buffer to have no other owner.
+  template <typename T>
+  void setOwnColumn(len_t offset, const T& value) {
+    static_assert(isFixedColumn<T>);
+    storeBytes(row_->buffer + offset, value);
+  }
   template <typename T>
   void setColumn(len_t offset, const ArrayReference<T>& value, len_t fdLen) {
     setPayload(offset, value.payload(), value.length(), fdLen);

@@ -157,6 +157,14 @@ class TAVRO_EXPORT Context {
       throwNoRow();
     return slot->row;
   }
+  bool hasRow(len_t index) const { return rows.begin() + index < rows.end(); }
+  // The row of a slot with a binding, if it is not null and nobody shares its buffer; or null.
+  BaseRow* ownRow(len_t index) {
+    const auto slot = rows.begin() + index;
+    const bool isOwn =
+        slot < rows.end() && slot->fixedLength != 0 && !slot->row.isNull() && slot->row.useCount() == 1;
+    return isOwn ? &slot->row : nullptr;
+  }
   // The slot shares the row's buffer from now on.
   void replaceRow(len_t index, const BaseRow& row) { slotToReplace(index) = row; }
   void replaceRow(len_t index, BaseRow&& row) { slotToReplace(index) = std::move(row); }

@@ -22,6 +22,10 @@ enum OpResult : int {
   OpSuspend = 2,  // could not complete now and runs again after `resume`; the run ends
 };
 
+// What the work of an instruction without trace sites may say in place of a result, before it has done
+// anything: that it would have to call what comes back, or to throw. The handler with trace sites does it then.
+inline constexpr OpResult leftToTraced = static_cast<OpResult>(-1);
+
 // Carries out one instruction. `pc` stands on its operands.
 using Handler = OpResult (*)(Context&);
 

@@ -56,8 +56,8 @@ class TAVRO_EXPORT IStream {
   // leaves `pc` where it is.
   void stepPC(len_t n) { stepFrom(pc, n); }
   // The same for a caller who has read `pc` already.
-  void stepFrom(len_t offset, len_t n) {
-    const std::size_t target = std::size_t{offset} + n;
+  void stepFrom(std::size_t offset, len_t n) {
+    const std::size_t target = offset + n;
     if (hasSlotAt(target)) [[likely]]
       pc = static_cast<len_t>(target);
     else
@@ -85,7 +85,7 @@ class TAVRO_EXPORT IStream {
 
   // Runs one instruction: fetches the handler at `pc`, steps over its slot and calls it.
   OpResult executeAtPC(Context& context) {
-    const len_t ppc = pc;
+    const len_t ppc = programCounter();
     Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "executeAtPC",
                  "Tavro::TvRT::OpResult Tavro::TvRT::IStream::executeAtPC(Tavro::TvRT::Context&)",
                  " executing instruction at ", ppc);
@@ -110,17 +110,18 @@ class TAVRO_EXPORT IStream {
   }
 
   // The byte at an offset. One that lies beyond the capacity stands for the start of the stream.
-  const unsigned char* at(len_t offset) const { return offset > capacity ? code : code + offset; }
-  unsigned char* at(len_t offset) { return offset > capacity ? code : code + offset; }
+  const unsigned char* at(std::size_t offset) const { return offset > capacity ? code : code + offset; }
+  unsigned char* at(std::size_t offset) { return offset > capacity ? code : code + offset; }
   // The same for the operands of an instruction that a handler has been called for: a plain one is called
   // only where both lie within the buffer and its guard.
   template <Trace trace>
-  unsigned char* operandsAt(len_t offset) {
+  unsigned char* operandsAt(std::size_t offset) {
     return trace == Trace::Off ? code + offset : at(offset);
   }
 
-  len_t programCounter() const { return pc; }
-  void programCounterIs(len_t offset) { pc = offset; }
+  len_t programCounter() const { return static_cast<len_t>(pc); }
+  // `offset` fits a len_t.
+  void programCounterIs(std::size_t offset) { pc = offset; }
   len_t maxLoc() const { return length; }
   std::uint32_t capacityInBytes() const { return capacity; }
   const std::vector<len_t>& labelTable() const { return labels; }
@@ -138,7 +139,8 @@ class TAVRO_EXPORT IStream {
   [[gnu::cold]] static void reportBadStep();
 
   len_t labelCount = 0;
-  len_t pc = 0;
+  // Never more than a len_t holds.
+  std::size_t pc = 0;
   unsigned char* code = nullptr;
   // The last offset at which an instruction can be carried out without minding where it reads.
   std::size_t lastPlain = 0;

@@ -90,8 +90,8 @@ constexpr bool endsRun() {
 }
 
 // The handler of an instruction class without its trace sites. Where no handler slot would follow, which is
-// reported, the other one does the work: so nothing here calls what comes back, and no register is saved for
-// it.
+// reported, and where `op` says so, the other one does the work: so what is often run calls nothing that comes
+// back, and saves no register for it.
 template <typename Op>
 [[gnu::flatten]] PlainOutcome runPlain(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
@@ -99,8 +99,10 @@ template <typename Op>
     if (!stream.hasSlotAt(pc + operandWidth<Op>)) [[unlikely]]
       return Handlers::runTraced(context, pc);
   if (pc > std::numeric_limits<len_t>::max() - operandWidth<Op>) __builtin_unreachable();
-  stream.programCounterIs(static_cast<len_t>(pc));
+  stream.programCounterIs(pc);
   const OpResult result = Op::template op<Trace::Off>(context);
+  if (result == leftToTraced) [[unlikely]]
+    return Handlers::runTraced(context, pc);
   return {result, movesCounter<Op>() ? stream.programCounter() : pc, !endsRun<Op>() || context.isRunning()};
 }
 
@@ -150,7 +152,7 @@ class Operands {
   // Moves `pc` behind the operands. A plain handler runs only where a slot follows.
   void step() const {
     if constexpr (trace == Trace::Off)
-      stream_.programCounterIs(static_cast<len_t>(pc_ + operandWidth<Op>));
+      stream_.programCounterIs(pc_ + operandWidth<Op>);
     else
       stream_.stepFrom(pc_, operandWidth<Op>);
   }
@@ -160,7 +162,7 @@ class Operands {
 
  private:
   IStream& stream_;
-  len_t pc_;
+  std::size_t pc_;
   Op operands_;
 };
 

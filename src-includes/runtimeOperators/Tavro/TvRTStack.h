@@ -155,6 +155,13 @@ class TAVRO_EXPORT Stack {
     place(value);
   }
 
+  // Whether a pop finds something.
+  bool hasEntry() const { return top > base; }
+  // Whether a push of such an entry succeeds.
+  template <typename Entry>
+  bool hasRoomFor() const {
+    return limit >= top + sizeof(Entry::value);
+  }
   // Bytes on the stack, not values.
   unsigned int depth() const { return static_cast<unsigned int>(top - base); }
   bool isEmpty() const { return top == base; }
@@ -188,7 +195,7 @@ class TAVRO_EXPORT Stack {
 
   template <typename T>
   void put(const StackValue<T>& value) {
-    if (limit < top + sizeof(value.value)) [[unlikely]]
+    if (!hasRoomFor<StackValue<T>>()) [[unlikely]]
       throwOverflow(sizeof(value.value));
     place(value);
   }

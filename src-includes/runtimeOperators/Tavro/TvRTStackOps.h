@@ -283,7 +283,11 @@ inline OpResult pushParameter(Context& context, const Widen& widened) {
 template <typename Op, Trace trace>
 inline OpResult pushField(Context& context) {
   const Operands<Op, trace> operands(context);
-  const auto value = Op::getColumnValue(context, operands->row, operands->column);
+  using Entry = decltype(Op::getColumnValue(context, operands->row, operands->column));
+  if constexpr (trace == Trace::Off)
+    if (!context.hasRow(operands->row) || !context.stackR().hasRoomFor<Entry>()) [[unlikely]]
+      return leftToTraced;
+  const Entry value = Op::getColumnValue(context, operands->row, operands->column);
   traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
                  " ) = ", value);
   context.stackR().push<trace>(value);
@@ -295,11 +299,20 @@ inline OpResult pushField(Context& context) {
 template <typename Op, typename Entry, Trace trace, typename Narrow>
 inline OpResult popField(Context& context, const Narrow& narrowed) {
   const Operands<Op, trace> operands(context);
-  const StackValue<Entry> value = context.stackR().template pop<Entry, trace>();
-  traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
-                 " ) -->  ", value);
-  const auto stored = value.value;
-  Op::setColumnValue(context, operands->row, operands->column, narrowed(stored));
+  Stack& stack = context.stackR();
+  if constexpr (trace == Trace::Off && isFixedColumn<std::decay_t<decltype(narrowed(Entry()))>>) {
+    BaseRow* const to = context.ownRow(operands->row);
+    if (to == nullptr || !stack.hasEntry()) [[unlikely]]
+      return leftToTraced;
+    const auto stored = stack.template pop<Entry, trace>().value;
+    to->setOwnColumn(operands->column, narrowed(stored));
+  } else {
+    const StackValue<Entry> value = stack.template pop<Entry, trace>();
+    traceOp<trace>(stackOpsSource, __LINE__, writeName<Op>, "( ", operands->row, ", ", operands->column,
+                   " ) -->  ", value);
+    const auto stored = value.value;
+    Op::setColumnValue(context, operands->row, operands->column, narrowed(stored));
+  }
   operands.step();
   return OpOk;
 }
