@@ -17,7 +17,8 @@ OutputReader::OutputReader(TavroDB& database, const Table& table, bool standing)
 }
 
 void OutputReader::drain() {
-  while (reader_.runnable()) reader_.runOnce();
+  while (reader_.runOnce()) {
+  }
 }
 
 void OutputReader::insertedIs(const BaseRow& row) {

@@ -77,7 +77,7 @@ void* takePlain(std::size_t size) {
 class Pool {
  public:
   void* take(std::size_t size) {
-    const std::size_t granules = (std::max(size, sizeof(Free)) + sizeof(Head) + granule - 1) / granule;
+    const std::size_t granules = (size + sizeof(Head) + granule - 1) / granule;
     if (Free* const block = free_[granules]; block != nullptr) {
       remove(*block, granules);
       ++chunkOf(headOf(block))->live;

@@ -141,9 +141,10 @@ inline void InterfaceState::tell(const Change& change) const {
   }
 }
 
-void InterfaceState::deliver() {
+bool InterfaceState::deliver() {
   if (!waitsForChanges()) [[unlikely]]
     return deliverNotice();
+  if (!hasChange()) return false;
   const Delivery delivery(*this);
   Change change = backlog_.lendFirst();
   attempt([&] { tell(change); },
@@ -152,14 +153,17 @@ void InterfaceState::deliver() {
             if (backlog_.dropLent(change)) table_->considerRoom();
           },
           [&] { backlog_.returnLent(std::move(change)); });
+  return true;
 }
 
-void InterfaceState::deliverNotice() {
+bool InterfaceState::deliverNotice() {
+  if (!hasNotice()) return false;
   const Delivery delivery(*this);
   if (readyDue_)
     deliverReady();
   else
     deliverBlocking();
+  return true;
 }
 
 template <typename Tell, typename Done, typename Refused>

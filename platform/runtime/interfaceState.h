@@ -72,8 +72,9 @@ class InterfaceState {
   void endIs() noexcept { hasEnded_ = true; }
 
   bool runnable() const;
-  // Tells what comes next. The handlers stay alive when one of them destroys the interface.
-  void deliver();
+  // Tells what comes next; false when there is nothing that can be told. The handlers stay alive when one of
+  // them destroys the interface.
+  bool deliver();
 
  private:
   // A reader's road: it keeps nothing until its client asks for it, then keeps changes, then is told of them.
@@ -91,7 +92,7 @@ class InterfaceState {
   template <typename Tell, typename Done, typename Refused>
   void attempt(const Tell& tell, const Done& done, const Refused& refused);
   class Delivery;
-  void deliverNotice();
+  bool deliverNotice();
   void deliverReady();
   void deliverBlocking();
   static unsigned bitOf(Change::Kind kind) { return 1U << static_cast<unsigned>(kind); }

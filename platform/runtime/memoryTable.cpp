@@ -62,6 +62,7 @@ MemoryTable::MemoryTable(std::string name, unsigned short rowType, std::vector<t
     indexes_.push_back(std::make_unique<ArrivalIndex>(0U, columns_, fixedLength_));
   hasUnique_ = hasKey_;
   entries_.resize(1);
+  updateIsSimple();
 }
 
 MemoryTable::~MemoryTable() {
@@ -117,6 +118,7 @@ unsigned MemoryTable::add(const std::function<std::unique_ptr<IndexBase>(unsigne
   indexes_.push_back(std::move(added));
   entries_.resize(number + 1);
   hasUnique_ |= indexes_.back()->isUnique();
+  updateIsSimple();
   for (const auto& [last, entry] : joints) indexes_[number - 1]->inNextIndex(*last) = entry;
   return number;
 }
@@ -136,6 +138,7 @@ std::vector<tvMetadata::tvColumn> MemoryTable::columnsNamed(const std::vector<st
 
 void MemoryTable::capacityIs(std::size_t rows) {
   capacity_ = rows;
+  updateIsSimple();
   considerRoom();
 }
 
@@ -145,7 +148,7 @@ IndexBase& MemoryTable::index(unsigned number) const {
   return *indexes_[number];
 }
 
-inline void MemoryTable::put(const BaseRow& row) {
+void MemoryTable::put(const BaseRow& row) {
   if (indexes_.size() == 1) {
     indexes_.front()->insert(row, ++arrivals_);
   } else {
@@ -165,6 +168,14 @@ inline void MemoryTable::tell(Change::Kind kind, const BaseRow& row) noexcept {
 
 void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
   shape_.require(row);
+  if (!isSimple_) return insertWithCare(row, writer);
+  reserveNews(1);
+  indexes_.front()->insert(row, ++arrivals_);
+  ++size_;
+  tell(Change::Kind::inserted, row);
+}
+
+void MemoryTable::insertWithCare(const BaseRow& row, InterfaceState& writer) {
   requireRoom(writer);
   if (hasUnique_) return putOrReplace(row);
   reserveNews(1);
@@ -327,8 +338,8 @@ std::size_t MemoryTable::undelivered() const {
   return most;
 }
 
-void MemoryTable::requireRoomWithin(InterfaceState& writer) {
-  if (undelivered() < capacity_) return;
+void MemoryTable::requireRoom(InterfaceState& writer) {
+  if (capacity_ == 0 || undelivered() < capacity_) return;
   writer.blockedIs(true);
   hasBlocked_ = true;
   ++refusals_;

@@ -75,6 +75,7 @@ class MemoryTable final : public Table {
     std::bitset<maxIndexes> indexes;
   };
 
+  void updateIsSimple() { isSimple_ = !hasUnique_ && indexes_.size() == 1 && capacity_ == 0; }
   unsigned add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make);
   std::vector<tvMetadata::tvColumn> columnsNamed(const std::vector<std::string>& names) const;
   // Readers are told of a change once it has been made, which cannot fail any more: before it, room is made
@@ -82,11 +83,8 @@ class MemoryTable final : public Table {
   void reserveNews(std::size_t changes);
   void tell(Change::Kind kind, const BaseRow& row) noexcept;
 
-  void requireRoom(InterfaceState& writer) {
-    if (capacity_ != 0) requireRoomWithin(writer);
-  }
   void unblockWriters() noexcept;
-  void requireRoomWithin(InterfaceState& writer);
+  void requireRoom(InterfaceState& writer);
   std::size_t undelivered() const;
 
   IndexEntry* inFirstIndex(IndexEntry& entry, std::size_t index) const;
@@ -95,6 +93,7 @@ class MemoryTable final : public Table {
   void prepareEntries(const BaseRow& row, const std::bitset<maxIndexes>& except);
   void tieEntries() noexcept;
   IndexEntry* inNextIndex(std::size_t index, IndexEntry& entry) const noexcept;
+  void insertWithCare(const BaseRow& row, InterfaceState& writer);
   void put(const BaseRow& row);
   void putOrReplace(const BaseRow& row);
   void replaceAndTell(const Meeting& met, const BaseRow& row);
@@ -111,6 +110,8 @@ class MemoryTable final : public Table {
   std::vector<std::unique_ptr<IndexBase>> indexes_;
   // An inserted row can meet a stored one.
   bool hasUnique_ = false;
+  // Rows only ever come behind the others in one index, whoever reads them.
+  bool isSimple_ = false;
   // The entries, one for each index, of the row that is being put in.
   std::vector<IndexEntry*> entries_;
   TvPtr<RowOpsBase> autoUpdate_;

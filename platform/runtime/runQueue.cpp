@@ -60,8 +60,6 @@ Schedulable& RunQueue::takeRandom() noexcept {
 inline bool RunQueue::runNext() {
   while (runnable_.first != nullptr) {
     Schedulable& object = random_ ? takeRandom() : takeFirst();
-    // It may have been stopped since it was put there.
-    if (!object.runnable()) continue;
     struct Step {
       RunQueue& queue;
       explicit Step(RunQueue& q, Schedulable& o) : queue(q) {
@@ -78,8 +76,8 @@ inline bool RunQueue::runNext() {
       }
     };
     const Step step(*this, object);
-    object.runOnce();
-    return true;
+    // It may have been stopped since it was put there.
+    if (object.runOnce()) return true;
   }
   return false;
 }

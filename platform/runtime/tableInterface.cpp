@@ -55,6 +55,6 @@ TvRowIterator TvTableInterface::lower_bound(const BaseRow& key, unsigned char in
 void TvTableInterface::endHandlerIs(ReadyHandler end) { state_->endHandlerIs(std::move(end)); }
 
 bool TvTableInterface::runnable() const { return state_->runnable(); }
-void TvTableInterface::runOnce() { state_->deliver(); }
+bool TvTableInterface::runOnce() { return state_->deliver(); }
 
 }  // namespace Tavro

@@ -42,7 +42,7 @@ TEST(BlockPool, BlocksDoNotOverlapAndTheirMemoryGoesBack) {
   for (unsigned step = 0; step < 60000; ++step) {
     const bool growing = step / 10000 % 2 == 0;
     if (blocks.empty() || random() % 8 < (growing ? 7U : 1U)) {
-      const std::size_t size = random() % 16 == 0 ? random() % 700 : random() % 120;
+      const std::size_t size = 16 + (random() % 16 == 0 ? random() % 700 : random() % 120);
       const auto mark = static_cast<unsigned char>(step);
       auto* const bytes = static_cast<unsigned char*>(takeBlock(size));
       ASSERT_EQ(reinterpret_cast<std::uintptr_t>(bytes) % 8, 0U);

@@ -330,7 +330,7 @@ class Probe : public Schedulable {
  public:
   Probe() : Schedulable("probe", Kelpo::Platform::getDebugHandler("Scheduler")) {}
   bool runnable() const override { return false; }
-  void runOnce() override {}
+  bool runOnce() override { return true; }
   unsigned changes = 0;
 
  protected:

@@ -131,7 +131,7 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   void endHandlerIs(ReadyHandler end);
 
   bool runnable() const override;
-  void runOnce() override;
+  bool runOnce() override;
 
   InterfaceState& state() { return *state_; }
 

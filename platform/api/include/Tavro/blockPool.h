@@ -10,7 +10,8 @@
 // and in a build with a sanitizer that watches memory, every block is an allocation of its own.
 namespace Tavro {
 
-// A block of `size` bytes, not initialised, for what needs an alignment of 8 at most. The caller owns it.
+// A block of `size` bytes, 16 at least, not initialised, for what needs an alignment of 8 at most. The caller
+// owns it.
 // Throws std::bad_alloc.
 TAVRO_EXPORT void* takeBlock(std::size_t size);
 
