@@ -161,7 +161,8 @@ void Context::swapRow(len_t index, BaseRow& row) { slotToReplace(index).swap(row
 void Context::clearRow(len_t index) {
   const TableBindInfo* const info = tableBindInfo(index);
   if (index >= rows.size() || info == nullptr) throwNoBinding();
-  rows[index].row = BaseRow(info->len, static_cast<len_t>(info->rowType));
+  BaseRow fresh(info->len, static_cast<len_t>(info->rowType));
+  rows[index].row.swap(fresh);
 }
 
 inline Proxy& Context::host(const char* what, len_t table) const {
