@@ -177,10 +177,11 @@ void Context::throwNoHost(const char* what, len_t table) {
 }
 
 bool Context::fetchRow(len_t table, len_t index) {
-  BaseRow row = host("input row", table).find(table, getRow(keyRowIdx), index);
-  const bool found = !row.isNull();
-  slotToReplace(table).swap(row);
-  return found;
+  Proxy& tables = host("input row", table);
+  BaseRow& key = getRow(keyRowIdx);
+  if (!hasRow(table)) [[unlikely]]
+    throwNoHost("input row", table);
+  return tables.find(table, key, index, rows[table].row);
 }
 
 void Context::lower_bound(len_t table, len_t index) {
@@ -191,10 +192,7 @@ void Context::begin(len_t table, len_t index) { host("input row", table).begin(t
 
 bool Context::nextRow(len_t table) {
   TvRowIterator& cursor = host("table", table).cursor(table);
-  BaseRow& slot = slotToReplace(table);
-  BaseRow row = cursor.next();
-  slot.swap(row);
-  return !slot.isNull();
+  return cursor.next(slotToReplace(table));
 }
 
 // The slot is tested before the host sees it: the row that it would be given lies outside of what we own.

@@ -244,15 +244,21 @@ TvTableInterface& Proxy::tableOut() const {
   return *output;
 }
 
-void Proxy::typeKey(len_t index, BaseRow& key) const {
+inline void Proxy::typeKey(len_t index, BaseRow& key) const {
   const TableBindInfo* const info = context->tableBindInfo(index);
   key.rowTypeIs(info == nullptr ? unknownRowType : static_cast<len_t>(info->rowType));
 }
 
-BaseRow Proxy::find(len_t index, BaseRow& key, len_t indexNum) {
+BaseRow Proxy::fetchRow(len_t index, BaseRow key, len_t indexNum) {
+  BaseRow row;
+  find(index, key, indexNum, row);
+  return row;
+}
+
+bool Proxy::find(len_t index, BaseRow& key, len_t indexNum, BaseRow& row) {
   const TvTableInterface& table = input(index, "input row");
   typeKey(index, key);
-  return table.findRow(key, static_cast<unsigned char>(indexNum));
+  return table.findRow(key, static_cast<unsigned char>(indexNum), row);
 }
 
 void Proxy::lower_bound(len_t index, BaseRow key, len_t indexNum) {
@@ -266,7 +272,11 @@ void Proxy::begin(len_t index, len_t indexNum) {
   rowIters[index] = {table.begin(static_cast<unsigned char>(indexNum)), indexNum};
 }
 
-BaseRow Proxy::nextRow(len_t index) { return cursor(index).next(); }
+BaseRow Proxy::nextRow(len_t index) {
+  BaseRow row;
+  cursor(index).next(row);
+  return row;
+}
 
 void Proxy::insertRow(BaseRow& row) { tableOut().rowIs(row); }
 

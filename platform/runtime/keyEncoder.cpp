@@ -144,9 +144,9 @@ KeyEncoder::KeyEncoder(const std::vector<tvMetadata::tvColumn>& columns) {
   isShort_ = fields_.size() == 1 && !first.isVariable && first.width <= sizeof(EncodedKey::high);
 }
 
-EncodedKey KeyEncoder::shortKey(const BaseRow& row) const {
+std::uint64_t KeyEncoder::shortKey(const BaseRow& row) const {
   const Field& field = fields_.front();
-  return {headOf(field.type, row.rowBuf() + field.offset, field.width), 0, field.width, nullptr};
+  return headOf(field.type, row.rowBuf() + field.offset, field.width);
 }
 
 void KeyEncoder::append(const BaseRow& row, KeyBuffer& key) const {

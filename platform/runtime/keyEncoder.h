@@ -28,8 +28,8 @@ class KeyEncoder {
 
   // The key is one column of at most 8 bytes.
   bool isShort() const { return isShort_; }
-  // The same key, which then needs no buffer.
-  EncodedKey shortKey(const BaseRow& row) const;
+  // The same key, as the first 8 bytes that it has, or 0 behind it, make a number.
+  std::uint64_t shortKey(const BaseRow& row) const;
 
  private:
   struct Field {

@@ -13,10 +13,12 @@ constexpr std::size_t cacheLine = 64;
 // A number in every byte of a word.
 constexpr std::uint64_t inEveryByte = 0x0101010101010101U;
 
+std::uint64_t hashOfHead(std::uint64_t high, std::uint64_t low) { return mixHash(mixHash(0, high), low); }
+
 }  // namespace
 
 std::uint64_t KeyedEntries::hashOf(const EncodedKey& key) {
-  const std::uint64_t hash = mixHash(mixHash(0, key.high), key.low);
+  const std::uint64_t hash = hashOfHead(key.high, key.low);
   return key.length > keyHeadLength ? mixHash(hash, hashBytes(key.tail, key.length - keyHeadLength)) : hash;
 }
 
@@ -30,9 +32,9 @@ KeyedEntries::Places::Places(const Bucket& bucket, std::uint64_t mark) {
   bits_ = ~(((differing & lowBits) + lowBits) | differing | lowBits) & markMask;
 }
 
-KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
+template <typename IsKey>
+inline KeyedEntry* KeyedEntries::find(std::uint64_t hash, const IsKey& isKey) const {
   if (count_ == 0) return nullptr;
-  const std::uint64_t hash = hashOf(key);
   const std::uint64_t mark = markOf(hash);
   const Bucket* bucket = &begin(hash);
   // Once around at most: all buckets may have been passed by many.
@@ -41,11 +43,20 @@ KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
       KeyedEntry* const entry = bucket->entries[found.first()];
       // A row that was put in as it was made stands in front of its entry.
       __builtin_prefetch(reinterpret_cast<const unsigned char*>(entry) - cacheLine);
-      if (entry->hasKey(key)) return entry;
+      if (isKey(*entry)) [[likely]]
+        return entry;
     }
     if (bucket->passed() == 0) break;
   }
   return nullptr;
+}
+
+KeyedEntry* KeyedEntries::find(const EncodedKey& key) const {
+  return find(hashOf(key), [&key](const KeyedEntry& entry) { return entry.hasKey(key); });
+}
+
+KeyedEntry* KeyedEntries::findShort(std::uint64_t key) const {
+  return find(hashOfHead(key, 0), [key](const KeyedEntry& entry) { return entry.high == key; });
 }
 
 void KeyedEntries::reserve() {

@@ -15,6 +15,8 @@ class KeyedEntries {
  public:
   // Null when there is no entry of that key.
   KeyedEntry* find(const EncodedKey& key) const;
+  // The same for a key of at most 8 bytes, where all keys are, as KeyEncoder::shortKey gives it.
+  KeyedEntry* findShort(std::uint64_t key) const;
   // Makes room for one more entry. Throws std::bad_alloc.
   void reserve();
   // There must be room.
@@ -58,6 +60,8 @@ class KeyedEntries {
     std::uint64_t bits_;
   };
 
+  template <typename IsKey>
+  KeyedEntry* find(std::uint64_t hash, const IsKey& isKey) const;
   static std::uint64_t hashOf(const EncodedKey& key);
   static std::uint64_t markOf(std::uint64_t hash);
   Bucket& begin(std::uint64_t hash) const { return buckets_[static_cast<std::size_t>(hash) & mask_]; }

@@ -142,10 +142,8 @@ void MemoryTable::capacityIs(std::size_t rows) {
   considerRoom();
 }
 
-IndexBase& MemoryTable::index(unsigned number) const {
-  if (number >= indexes_.size())
-    throw std::out_of_range("table " + name_ + " has no index " + std::to_string(number));
-  return *indexes_[number];
+void MemoryTable::throwNoIndex(unsigned number) const {
+  throw std::out_of_range("table " + name_ + " has no index " + std::to_string(number));
 }
 
 void MemoryTable::put(const BaseRow& row) {

@@ -42,7 +42,11 @@ class MemoryTable final : public Table {
   void fillerCountIs(std::size_t writers) override { fillers_ = writers; }
 
   // Throws std::out_of_range for a number that the table does not have.
-  IndexBase& index(unsigned number) const;
+  IndexBase& index(unsigned number) const {
+    if (number >= indexes_.size()) [[unlikely]]
+      throwNoIndex(number);
+    return *indexes_[number];
+  }
 
   // The table's side of TvTableInterface::rowIs and rowDel.
   void insert(const BaseRow& row, InterfaceState& writer);
@@ -76,6 +80,7 @@ class MemoryTable final : public Table {
   };
 
   void updateIsSimple() { isSimple_ = !hasUnique_ && indexes_.size() == 1 && capacity_ == 0; }
+  [[noreturn]] void throwNoIndex(unsigned number) const;
   unsigned add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make);
   std::vector<tvMetadata::tvColumn> columnsNamed(const std::vector<std::string>& names) const;
   // Readers are told of a change once it has been made, which cannot fail any more: before it, room is made

@@ -22,20 +22,25 @@ IndexEntry* OrderedIndex::insert(const BaseRow& row, std::uint64_t arrival) {
 }
 
 IndexEntry* OrderedIndex::find(const BaseRow& row) {
-  if (isUnique() && !hasLookup_) [[unlikely]] {
-    requireProbe(row);
+  requireProbe(row);
+  if (isUnique() && !hasLookup_) [[unlikely]]
     buildLookup();
-  }
-  return findForChange(row);
+  return findProbe(row);
 }
 
 IndexEntry* OrderedIndex::findForChange(const BaseRow& row) {
-  if (hasLookup_ && encoder_.isShort()) {
-    requireProbe(row);
-    return byKey_.find(encoder_.shortKey(row));
-  }
+  requireProbe(row);
+  return findProbe(row);
+}
+
+inline IndexEntry* OrderedIndex::findProbe(const BaseRow& row) const {
+  if (hasLookup_ && encoder_.isShort()) return byKey_.findShort(encoder_.shortKey(row));
+  return findLong(row);
+}
+
+IndexEntry* OrderedIndex::findLong(const BaseRow& row) const {
   KeyBuffer key;
-  encodeProbe(row, key);
+  encoder_.append(row, key);
   return find(key);
 }
 
@@ -50,8 +55,9 @@ IndexEntry* OrderedIndex::find(KeyBuffer& key) const {
 }
 
 IndexEntry* OrderedIndex::lowerBound(const BaseRow& row) {
+  requireProbe(row);
   KeyBuffer key;
-  encodeProbe(row, key);
+  encoder_.append(row, key);
   return tree_.lowerBound(key.key());
 }
 
@@ -74,14 +80,5 @@ void OrderedIndex::buildLookup() {
   hasLookup_ = true;
 }
 
-void OrderedIndex::requireProbe(const BaseRow& row) const {
-  if (row.isNull()) throw TvNullRow();
-  shape_.require(row);
-}
-
-void OrderedIndex::encodeProbe(const BaseRow& row, KeyBuffer& key) const {
-  requireProbe(row);
-  encoder_.append(row, key);
-}
 
 }  // namespace Tavro

@@ -27,11 +27,16 @@ class OrderedIndex : public LinkedIndex {
   void forget(LinkedEntry& entry) noexcept override;
 
   void buildLookup();
-  // The first entry whose columns are those of `key`, or null.
+  void requireProbe(const BaseRow& row) const {
+    if (row.isNull()) [[unlikely]]
+      throw TvNullRow();
+    shape_.require(row);
+  }
+  // The first entry whose columns are those of `row`, which has them, or null.
+  IndexEntry* findProbe(const BaseRow& row) const;
+  IndexEntry* findLong(const BaseRow& row) const;
+  // The same for the part of the key that the columns make.
   IndexEntry* find(KeyBuffer& key) const;
-  void requireProbe(const BaseRow& row) const;
-  // Checks `row` and appends the part of its key that its columns make.
-  void encodeProbe(const BaseRow& row, KeyBuffer& key) const;
 
   RowShape shape_;
   KeyEncoder encoder_;

@@ -24,11 +24,14 @@ TvRowIterator& TvRowIterator::operator++() {
   return *this;
 }
 
-BaseRow TvRowIterator::next() {
-  if (entry_ == nullptr) return {};
-  BaseRow row(entry_->row);
+bool TvRowIterator::next(BaseRow& row) {
+  if (entry_ == nullptr) [[unlikely]] {
+    row = BaseRow();
+    return false;
+  }
+  row = entry_->row;
   step();
-  return row;
+  return true;
 }
 
 inline void TvRowIterator::step() {

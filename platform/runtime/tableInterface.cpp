@@ -42,9 +42,10 @@ TvRowIterator TvTableInterface::find(const BaseRow& key, unsigned char index) co
   return under.iteratorAt(under.find(key));
 }
 
-BaseRow TvTableInterface::findRow(const BaseRow& key, unsigned char index) const {
+bool TvTableInterface::findRow(const BaseRow& key, unsigned char index, BaseRow& row) const {
   const IndexEntry* const found = state_->table().index(index).find(key);
-  return found == nullptr ? BaseRow() : found->row;
+  row = found == nullptr ? BaseRow() : found->row;
+  return found != nullptr;
 }
 
 TvRowIterator TvTableInterface::lower_bound(const BaseRow& key, unsigned char index) const {

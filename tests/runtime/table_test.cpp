@@ -205,8 +205,14 @@ TEST(Table, ManyRowsInAndOut) {
         fixture.writer->rowDel(fixture.row(key, 0));
         isThere[key] = false;
         if (removed % 1000 != 0) continue;
-        for (unsigned probed = 0; probed < keys.size(); probed += 7)
-          ASSERT_NE(fixture.writer->findRow(fixture.row(probed, 0), 0).isNull(), isThere[probed]);
+        for (unsigned probed = 0; probed < keys.size(); probed += 7) {
+          BaseRow row;
+          ASSERT_EQ(fixture.writer->findRow(fixture.row(probed, 0), 0, row), isThere[probed]);
+          ASSERT_EQ(row.isNull(), !isThere[probed]);
+          if (isThere[probed]) {
+            ASSERT_EQ(columnOf(row, keyColumn), probed);
+          }
+        }
         for (unsigned index = 0; index <= fixture.indexes; ++index)
           ASSERT_EQ(found(static_cast<unsigned char>(index)), expected(index));
         stand = std::find_if(stand, all.end(), [&](unsigned next) { return isThere[next]; });

@@ -36,8 +36,9 @@ class TAVRO_EXPORT TvRowIterator {
   // Moves to the next row and returns the old position. Stays where it is at the end.
   TvRowIterator operator++(int);
   TvRowIterator& operator++();
-  // The row at the position, as operator* gives it; then moves to the next row, as operator++ does.
-  BaseRow next();
+  // Makes `row` the row at the position, as operator* gives it; then moves to the next row, as operator++ does.
+  // False at the end.
+  bool next(BaseRow& row);
 
  private:
   friend class IndexBase;
@@ -121,8 +122,8 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   TvRowIterator end(unsigned char index) const;
   // The first row that matches `key`, or the end.
   TvRowIterator find(const BaseRow& key, unsigned char index) const;
-  // The row at that position, for who wants no more than that; a null row at the end.
-  BaseRow findRow(const BaseRow& key, unsigned char index) const;
+  // Makes `row` the row at that position, for who wants no more than that; a null row at the end, and false.
+  bool findRow(const BaseRow& key, unsigned char index, BaseRow& row) const;
   // The first row that is not less than `key`.
   TvRowIterator lower_bound(const BaseRow& key, unsigned char index) const;
 

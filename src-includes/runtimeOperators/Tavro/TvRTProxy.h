@@ -88,9 +88,10 @@ class TAVRO_EXPORT Proxy {
   // ---- row access, called by the context. Throw std::out_of_range for an index that is no input.
 
   // The row that matches `key` under an index, or a null row. Throws TvNullRow on a null key.
-  BaseRow fetchRow(len_t index, BaseRow key, len_t indexNum) { return find(index, key, indexNum); }
-  // The same for a key row that the caller keeps; it takes the row type of the table's rows.
-  BaseRow find(len_t index, BaseRow& key, len_t indexNum);
+  BaseRow fetchRow(len_t index, BaseRow key, len_t indexNum);
+  // The same for a key row that the caller keeps, which takes the row type of the table's rows; makes `row`
+  // that row. False when it is null.
+  bool find(len_t index, BaseRow& key, len_t indexNum, BaseRow& row);
   void lower_bound(len_t index, BaseRow key, len_t indexNum);
   void begin(len_t index, len_t indexNum);
   // The row at the cursor, which moves on, or a null row behind the last.
