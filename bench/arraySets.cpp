@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <utility>
 
 #include "tables.h"
 #include "workloads.h"
@@ -129,7 +130,7 @@ class NativePairs : public OverPairs<Relation, size> {
       pair.getColumn(idColumn, id);
       BaseRow out = this->matches_.newRow();
       out.setColumn(idColumn, id, matchesLength);
-      matches.rowIs(out);
+      matches.rowIs(std::move(out));
     }
   }
 

@@ -1,4 +1,5 @@
 #include <random>
+#include <utility>
 
 #include "sqlite.h"
 #include "tables.h"
@@ -91,7 +92,7 @@ class NativeLookup : public OverTables {
       item.getColumn(idColumn, id);
       item.getColumn(priceColumn, price);
       BaseRow out = priced(prices_, id, price);
-      prices.rowIs(out);
+      prices.rowIs(std::move(out));
     }
   }
 };

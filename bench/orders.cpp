@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <random>
+#include <utility>
 
 #include "sqlite.h"
 #include "tables.h"
@@ -51,7 +52,7 @@ void insert(const OrderTables& tables, Writer& writer, const Order& order) {
   row.setColumn(idColumn, order.id, ordersLength);
   row.setColumn(priceColumn, order.price, ordersLength);
   row.setColumn(quantityColumn, order.quantity, ordersLength);
-  writer.rowIs(row);
+  writer.rowIs(std::move(row));
 }
 
 // The work on one order, by hand.
@@ -66,7 +67,7 @@ void react(const BaseRow& order, const OrderTables& tables, Writer& totals) {
   BaseRow out = tables.totals.newRow();
   out.setColumn(idColumn, id, totalsLength);
   out.setColumn(totalColumn, price * quantity, totalsLength);
-  totals.rowIs(out);
+  totals.rowIs(std::move(out));
 }
 
 // ---- the one-shot scan

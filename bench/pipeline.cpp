@@ -55,8 +55,7 @@ class OverStages : public Contestant {
       : items_(scale.items), random_(scale.seed), writer_(tables_.at(0)) {}
   void run() override {
     for (unsigned int id = 1; id <= items_; ++id) {
-      BaseRow row = StageTables::rowOf(tables_.at(0), id, static_cast<double>(random_() % 1000));
-      writer_.rowIs(row);
+      writer_.rowIs(StageTables::rowOf(tables_.at(0), id, static_cast<double>(random_() % 1000)));
       runUntilIdle();
     }
   }
@@ -91,8 +90,7 @@ class PressedStages : public Contestant {
     std::mt19937 random(scale.seed);
     Writer writer(tables_.at(0));
     for (unsigned int id = 1; id <= scale.items; ++id) {
-      BaseRow row = StageTables::rowOf(tables_.at(0), id, static_cast<double>(random() % 1000));
-      writer.rowIs(row);
+      writer.rowIs(StageTables::rowOf(tables_.at(0), id, static_cast<double>(random() % 1000)));
     }
     for (int i = 1; i < stages; ++i) {
       tables_.at(i).capacityIs(Capacity);
@@ -124,8 +122,7 @@ class NativeStages : public OverStages<Stages> {
                                                     double value = 0;
                                                     row.getColumn(idColumn, id);
                                                     row.getColumn(valueColumn, value);
-                                                    BaseRow out = StageTables::rowOf(after, id, value + 1);
-                                                    writer.rowIs(out);
+                                                    writer.rowIs(StageTables::rowOf(after, id, value + 1));
                                                   }));
       readers_.back()->clientReadyIs(true);
       readers_.back()->activate(false);

@@ -5,6 +5,7 @@
 #include <compare>
 #include <map>
 #include <random>
+#include <utility>
 
 #include "Tavro/TvRTIndexRowOps.h"
 #include "sqlite.h"
@@ -194,7 +195,7 @@ class NativeShortening : public OverHosts {
       BaseRow out = hops_.newRow();
       out.setColumn(idColumn, id, hopsLength);
       out.setColumn(costColumn, *cost, hopsLength);
-      hops.rowIs(out);
+      hops.rowIs(std::move(out));
     }
   }
 

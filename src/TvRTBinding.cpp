@@ -161,7 +161,7 @@ void Context::swapRow(len_t index, BaseRow& row) { slotToReplace(index).swap(row
 void Context::clearRow(len_t index) {
   const TableBindInfo* const info = tableBindInfo(index);
   if (index >= rows.size() || info == nullptr) throwNoBinding();
-  BaseRow fresh(info->len, static_cast<len_t>(info->rowType));
+  BaseRow fresh = info->freshRow();
   rows[index].row.swap(fresh);
 }
 
@@ -198,8 +198,16 @@ bool Context::nextRow(len_t table) {
 // The slot is tested before the host sees it: the row that it would be given lies outside of what we own.
 void Context::insertRow(len_t table) {
   if (table >= rows.size()) throwNoBinding();
-  host("table", table).insertRow(rows[table].row);
-  clearRow(table);
+  Proxy& tables = host("table", table);
+  const TableBindInfo* const info = tableBindInfo(table);
+  if (info == nullptr) [[unlikely]] {
+    tables.insertRow(rows[table].row);
+    throwNoBinding();
+  }
+  // Made first, so that the handle can be given away.
+  BaseRow fresh = info->freshRow();
+  tables.insertRow(std::move(rows[table].row));
+  rows[table].row.swap(fresh);
 }
 
 void Context::deleteRow(len_t table, len_t index) {

@@ -176,8 +176,7 @@ void Proxy::finish() {
     Kelpo::trace(proxyDebugHandler, traceDetail, sourceName, __LINE__, "finish", [](std::ostream& text) {
       text << sourceName << ":" << __LINE__ << " end of onReady input for oneShot query";
     });
-    BaseRow endOfData;
-    insertRow(endOfData);
+    insertRow(BaseRow());
   }
 }
 
@@ -279,6 +278,7 @@ BaseRow Proxy::nextRow(len_t index) {
 }
 
 void Proxy::insertRow(BaseRow& row) { tableOut().rowIs(row); }
+void Proxy::insertRow(BaseRow&& row) { tableOut().rowIs(std::move(row)); }
 
 void Proxy::deleteRow(const BaseRow& row, len_t) { tableOut().rowDel(row); }
 

@@ -96,27 +96,28 @@ void ArrivalIndex::release(Chunk& chunk) noexcept {
   delete &chunk;
 }
 
-IndexEntry* ArrivalIndex::insert(const BaseRow& row, std::uint64_t arrival) {
+IndexEntry& ArrivalIndex::take(BaseRow&& row, std::uint64_t arrival) {
   if (hasLookup_ || hasToGoOnFor(arrival)) [[unlikely]]
-    return insertWithCare(row, arrival);
-  Entry& entry = *new (last_->end) Entry(row, *last_);
+    return takeWithCare(std::move(row), arrival);
+  Entry& entry = *new (last_->end) Entry(std::move(row), *last_);
   takePlace(arrival);
-  return &entry;
+  return entry;
 }
 
-IndexEntry* ArrivalIndex::insertWithCare(const BaseRow& row, std::uint64_t arrival) {
+IndexEntry& ArrivalIndex::takeWithCare(BaseRow&& row, std::uint64_t arrival) {
   if (hasToGoOnFor(arrival)) goOnAt(arrival);
-  Entry& entry = *new (last_->end) Entry(row, *last_);
+  Entry& entry = *new (last_->end) Entry(std::move(row), *last_);
   if (hasLookup_) {
     try {
       addToLookup(entry);
     } catch (...) {
+      row = std::move(entry.row);
       entry.~Entry();
       throw;
     }
   }
   takePlace(arrival);
-  return &entry;
+  return entry;
 }
 
 inline bool ArrivalIndex::hasToGoOnFor(std::uint64_t arrival) const {

@@ -23,7 +23,11 @@ class ArrivalIndex final : public IndexBase {
   ~ArrivalIndex() override;
 
   bool takes(const BaseRow& row) const override { return shape_.fits(row); }
-  IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override;
+  IndexEntry* insert(const BaseRow& row, std::uint64_t arrival) override {
+    return &take(BaseRow(row), arrival);
+  }
+  // The same for a handle that is not needed any more. It is taken over only if nothing fails.
+  IndexEntry& take(BaseRow&& row, std::uint64_t arrival);
   IndexEntry* find(const BaseRow& key) override;
   IndexEntry* lowerBound(const BaseRow& key) override;
   // Never called, since no key is unique.
@@ -38,7 +42,7 @@ class ArrivalIndex final : public IndexBase {
  private:
   struct Chunk;
   struct Entry : IndexEntry {
-    Entry(const BaseRow& storedRow, Chunk& itsChunk) : IndexEntry(storedRow), chunk(&itsChunk) {}
+    Entry(BaseRow&& storedRow, Chunk& itsChunk) : IndexEntry(std::move(storedRow)), chunk(&itsChunk) {}
     // Found by the hash of its row, once there has been a lookup.
     EncodedKey key() const;
 
@@ -47,7 +51,7 @@ class ArrivalIndex final : public IndexBase {
 
   void remove(IndexEntry& entry) noexcept override;
   // With a lookup to keep, or where the next place is not that of the number of arrival.
-  IndexEntry* insertWithCare(const BaseRow& row, std::uint64_t arrival);
+  IndexEntry& takeWithCare(BaseRow&& row, std::uint64_t arrival);
   bool hasToGoOnFor(std::uint64_t arrival) const;
   void takePlace(std::uint64_t arrival);
   void goOnAt(std::uint64_t arrival);

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "Tavro/baseRow.h"
 #include "Tavro/blockPool.h"
@@ -13,6 +14,7 @@ namespace Tavro {
 // trees point at it. What else there is of it is its index's own.
 struct IndexEntry {
   explicit IndexEntry(const BaseRow& storedRow) : row(storedRow) {}
+  explicit IndexEntry(BaseRow&& storedRow) : row(std::move(storedRow)) {}
 
   BaseRow row;
 

@@ -62,7 +62,7 @@ MemoryTable::MemoryTable(std::string name, unsigned short rowType, std::vector<t
     indexes_.push_back(std::make_unique<ArrivalIndex>(0U, columns_, fixedLength_));
   hasUnique_ = hasKey_;
   entries_.resize(1);
-  updateIsSimple();
+  updateSimple();
 }
 
 MemoryTable::~MemoryTable() {
@@ -118,7 +118,7 @@ unsigned MemoryTable::add(const std::function<std::unique_ptr<IndexBase>(unsigne
   indexes_.push_back(std::move(added));
   entries_.resize(number + 1);
   hasUnique_ |= indexes_.back()->isUnique();
-  updateIsSimple();
+  updateSimple();
   for (const auto& [last, entry] : joints) indexes_[number - 1]->inNextIndex(*last) = entry;
   return number;
 }
@@ -138,7 +138,7 @@ std::vector<tvMetadata::tvColumn> MemoryTable::columnsNamed(const std::vector<st
 
 void MemoryTable::capacityIs(std::size_t rows) {
   capacity_ = rows;
-  updateIsSimple();
+  updateSimple();
   considerRoom();
 }
 
@@ -164,13 +164,18 @@ inline void MemoryTable::tell(Change::Kind kind, const BaseRow& row) noexcept {
   for (InterfaceState* const reader : readers_) reader->add(kind, row);
 }
 
-void MemoryTable::insert(const BaseRow& row, InterfaceState& writer) {
+void MemoryTable::insert(BaseRow&& row, InterfaceState& writer) {
   shape_.require(row);
-  if (!isSimple_) return insertWithCare(row, writer);
+  if (simple_ == nullptr) return insertWithCare(row, writer);
   reserveNews(1);
-  indexes_.front()->insert(row, ++arrivals_);
+  const IndexEntry& entry = simple_->take(std::move(row), ++arrivals_);
   ++size_;
-  tell(Change::Kind::inserted, row);
+  tell(Change::Kind::inserted, entry.row);
+}
+
+void MemoryTable::updateSimple() {
+  const bool isSimple = !hasKey_ && indexes_.size() == 1 && capacity_ == 0;
+  simple_ = isSimple ? static_cast<ArrivalIndex*>(indexes_.front().get()) : nullptr;
 }
 
 void MemoryTable::insertWithCare(const BaseRow& row, InterfaceState& writer) {

@@ -14,6 +14,8 @@
 
 namespace Tavro {
 
+class ArrivalIndex;
+
 // The columns of a table, laid out in the order of their definitions. Throws as Database::createTable.
 std::vector<tvMetadata::tvColumn> layOut(const std::string& tableName,
                                          const std::vector<ColumnDefinition>& definitions);
@@ -49,7 +51,7 @@ class MemoryTable final : public Table {
   }
 
   // The table's side of TvTableInterface::rowIs and rowDel.
-  void insert(const BaseRow& row, InterfaceState& writer);
+  void insert(BaseRow&& row, InterfaceState& writer);
   void remove(const BaseRow& row);
   void end(InterfaceState& writer);
 
@@ -79,7 +81,7 @@ class MemoryTable final : public Table {
     std::bitset<maxIndexes> indexes;
   };
 
-  void updateIsSimple() { isSimple_ = !hasUnique_ && indexes_.size() == 1 && capacity_ == 0; }
+  void updateSimple();
   [[noreturn]] void throwNoIndex(unsigned number) const;
   unsigned add(const std::function<std::unique_ptr<IndexBase>(unsigned)>& make);
   std::vector<tvMetadata::tvColumn> columnsNamed(const std::vector<std::string>& names) const;
@@ -115,8 +117,8 @@ class MemoryTable final : public Table {
   std::vector<std::unique_ptr<IndexBase>> indexes_;
   // An inserted row can meet a stored one.
   bool hasUnique_ = false;
-  // Rows only ever come behind the others in one index, whoever reads them.
-  bool isSimple_ = false;
+  // The one index of a table where a row only ever comes behind the others, whoever reads it; or null.
+  ArrivalIndex* simple_ = nullptr;
   // The entries, one for each index, of the row that is being put in.
   std::vector<IndexEntry*> entries_;
   TvPtr<RowOpsBase> autoUpdate_;

@@ -18,12 +18,14 @@ TvTableInterface::~TvTableInterface() { InterfaceState::leaveOwner(std::move(sta
 void TvTableInterface::activate(bool reading) { state_->activate(reading); }
 void TvTableInterface::deactivate(bool /*blocked*/) { state_->deactivate(); }
 
-void TvTableInterface::rowIs(BaseRow& row) {
+void TvTableInterface::rowIs(BaseRow& row) { rowIs(BaseRow(row)); }
+
+void TvTableInterface::rowIs(BaseRow&& row) {
   MemoryTable& table = state_->tableToWrite();
   if (row.isNull())
     table.end(*state_);
   else
-    table.insert(row, *state_);
+    table.insert(std::move(row), *state_);
 }
 
 void TvTableInterface::rowDel(const BaseRow& row) { state_->tableToWrite().remove(row); }

@@ -110,6 +110,9 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   // it can again), TvOutOfRange for a row that does not fit the table or has the keys of several rows, what
   // the program of an index throws, and std::logic_error on a reader. After a throw the table is as it was.
   void rowIs(BaseRow& row);
+  // The same for a handle that is not needed any more, which the table may take over. After a throw it is as it
+  // was.
+  void rowIs(BaseRow&& row);
   // Removes the stored row that `row` names by key, or by equality in a table without key. Never blocks. No
   // effect when there is none, or when `row` has not the columns that are compared. Throws std::logic_error
   // on a reader.

@@ -28,6 +28,8 @@ struct TAVRO_EXPORT TableBindInfo {
 
   // "TableBindInfo[index: ..., outIndex: ..., ...]", in one line.
   std::string toString() const;
+  // A zeroed row of the table.
+  BaseRow freshRow() const { return BaseRow(len, static_cast<len_t>(rowType)); }
 
   len_t index;
   len_t len;  // length of the fixed part of the slot's rows
@@ -230,7 +232,7 @@ class TAVRO_EXPORT Context {
     // Building the name and looking it up costs more than most reactions.
     const bool isKnown = table < rowEntries.size() && rowEntries[table] >= 0;
     // With the trace on, every lookup shows.
-    if (!isKnown || debug.handler()->isOn(traceDetail)) [[unlikely]]
+    if (!isKnown || Kelpo::DebugHandler::anyLevelOn()) [[unlikely]]
       return findRowEntry(table);
     return static_cast<len_t>(rowEntries[table]);
   }

@@ -102,6 +102,8 @@ class TAVRO_EXPORT Proxy {
     return rowIters[index].iter;
   }
   void insertRow(BaseRow& row);
+  // The same for a handle that is not needed any more.
+  void insertRow(BaseRow&& row);
   // The second argument selects nothing.
   void deleteRow(const BaseRow& row, len_t);
 
