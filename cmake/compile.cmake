@@ -13,5 +13,7 @@ if(TVOP_SANITIZE)
                                                 -fno-omit-frame-pointer -g)
   target_link_options(tvop_compile INTERFACE -fsanitize=${TVOP_SANITIZE})
 endif()
+# The processor fetches code in pieces of 32 bytes, and what runs most often is small.
+target_compile_options(tvop_compile INTERFACE -falign-functions=32)
 # Calls of other libraries are resolved when a library is loaded, not one by one in the middle of its first work.
 target_link_options(tvop_compile INTERFACE -Wl,-z,now)
