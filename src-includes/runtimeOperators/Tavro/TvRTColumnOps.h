@@ -141,10 +141,18 @@ template <typename Op, typename Value, Trace trace>
 inline OpResult copyField(Context& context, void (*traceCopy)(const Op&, const Value&)) {
   const Operands<Op, trace> operands(context);
   Value value{};
-  context.getRow(operands->row).getColumn(operands->column, value);
-  traceCopy(*operands.operator->(), value);
-  BaseRow& to = context.getRow(operands->toRow);
-  to.setColumn(operands->toColumn, value, context.fixedLength(operands->toRow));
+  if constexpr (trace == Trace::Off && isFixedColumn<Value>) {
+    BaseRow* const to = context.ownRow(operands->toRow);
+    if (to == nullptr || !context.hasRow(operands->row)) [[unlikely]]
+      return leftToTraced;
+    context.getRow(operands->row).getColumn(operands->column, value);
+    to->setOwnColumn(operands->toColumn, value);
+  } else {
+    context.getRow(operands->row).getColumn(operands->column, value);
+    traceCopy(*operands.operator->(), value);
+    BaseRow& to = context.getRow(operands->toRow);
+    to.setColumn(operands->toColumn, value, context.fixedLength(operands->toRow));
+  }
   operands.step();
   return OpOk;
 }
