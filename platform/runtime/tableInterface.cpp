@@ -46,8 +46,12 @@ TvRowIterator TvTableInterface::find(const BaseRow& key, unsigned char index) co
 
 bool TvTableInterface::findRow(const BaseRow& key, unsigned char index, BaseRow& row) const {
   const IndexEntry* const found = state_->table().index(index).find(key);
-  row = found == nullptr ? BaseRow() : found->row;
-  return found != nullptr;
+  if (found == nullptr) {
+    row = BaseRow();
+    return false;
+  }
+  row = found->row;
+  return true;
 }
 
 TvRowIterator TvTableInterface::lower_bound(const BaseRow& key, unsigned char index) const {

@@ -105,5 +105,35 @@ TEST(Failure, AChangeThatFailsChangesNothing) {
       }
 }
 
+// In a table with nothing but an order of arrival, whose next row needs memory for its place, and for what finds
+// it by its values.
+TEST(Failure, AHandleThatIsGivenAwayIsTakenByWhatSucceeds) {
+  constexpr unsigned rows = 240;
+  unsigned failing = 1;
+  for (bool failed = true; failed; ++failing) {
+    Fixture fixture(false);
+    for (unsigned k = 1; k <= rows; ++k) fixture.insert(k, 10 * k);
+    ASSERT_NE(fixture.writer->find(fixture.row(3, 30), 0), fixture.writer->end(0));
+    fixture.news();
+    BaseRow row = fixture.row(500, 50, longText);
+    allocation::failAt(failing);
+    try {
+      fixture.writer->rowIs(static_cast<BaseRow&&>(row));
+      failed = false;
+    } catch (const std::bad_alloc&) {
+    }
+    allocation::failAt(0);
+    ASSERT_EQ(row.isNull(), !failed);
+    ASSERT_EQ(fixture.table.size(), failed ? rows : rows + 1);
+    ASSERT_EQ(fixture.news(), failed ? Texts{} : Texts{added(500, 50, longText)});
+    if (failed) {
+      ASSERT_EQ(textOf(fixture.table, row), text(500, 50, longText));
+      ASSERT_EQ(row.useCount(), 1);
+    }
+    ASSERT_EQ(fixture.writer->find(fixture.row(500, 50, longText), 0) == fixture.writer->end(0), failed);
+  }
+  EXPECT_GT(failing, 3U) << "place and lookup take memory";
+}
+
 }  // namespace
 }  // namespace Tavro

@@ -11,8 +11,7 @@
 namespace Tavro {
 
 // A block of `size` bytes, 16 at least, not initialised, for what needs an alignment of 8 at most. The caller
-// owns it.
-// Throws std::bad_alloc.
+// owns it. Throws std::bad_alloc.
 TAVRO_EXPORT void* takeBlock(std::size_t size);
 
 // Gives a block of takeBlock back, from any thread.
