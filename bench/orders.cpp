@@ -55,6 +55,9 @@ void insert(const OrderTables& tables, Writer& writer, const Order& order) {
   writer.rowIs(std::move(row));
 }
 
+// What the programs compare an order's quantity with.
+TvRT::Proxy::Parameters limit() { return {{"limit", std::to_string(smallQuantity)}}; }
+
 // The work on one order, by hand.
 void react(const BaseRow& order, const OrderTables& tables, Writer& totals) {
   double quantity = 0;
@@ -88,7 +91,7 @@ class OverFullTable : public Contestant {
 class TvopScan : public OverFullTable {
  public:
   explicit TvopScan(const Scale& scale)
-      : OverFullTable(scale), proxy_(enabledProgram("oneshot.tva", false)) {}
+      : OverFullTable(scale), proxy_(enabledProgram("oneshot.tva", false, limit())) {}
   void run() override { runUntilIdle(); }
 
  private:
@@ -171,7 +174,7 @@ class OverArrivals : public Contestant {
 class TvopReaction : public OverArrivals {
  public:
   explicit TvopReaction(const Scale& scale)
-      : OverArrivals(scale), proxy_(enabledProgram("standing.tva", true)) {
+      : OverArrivals(scale), proxy_(enabledProgram("standing.tva", true, limit())) {
     runUntilIdle();
   }
 

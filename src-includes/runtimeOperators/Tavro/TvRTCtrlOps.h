@@ -154,6 +154,19 @@ inline len_t labelOf(Context& context, const LabelOperand& label, unsigned char*
   return label.label != unresolvedLabel ? label.label : resolveLabel(context, label.oid, operand);
 }
 
+// Whether a jump has to be left to the traced handler, because its label's number is not known yet. What it has
+// popped is put back then.
+template <Trace trace, typename... Popped>
+inline bool isLeftToTraced(Context& context, const LabelOperand& label, const Popped&... popped) {
+  if constexpr (trace == Trace::Off) {
+    if (label.label == unresolvedLabel) [[unlikely]] {
+      (context.stackR().pushBack<trace>(popped), ...);
+      return true;
+    }
+  }
+  return false;
+}
+
 inline bool isTrue(const StackValue<bool>& condition) { return !condition.isNull() && condition.value != 0; }
 
 template <Trace trace, typename Condition>
@@ -181,6 +194,7 @@ OpResult returnOp::op(Context& context) {
 template <Trace trace>
 OpResult branchOp::op(Context& context) {
   const Operands<branchOp, trace> operands(context);
+  if (isLeftToTraced<trace>(context, operands->target)) return leftToTraced;
   const len_t label = labelOf(context, operands->target, operands.bytes());
   traceOp<trace>(ctrlOpsSource, __LINE__, shape.className, "( ) --> ", label);
   if (!context.gotoOp<trace>(label)) endOnBadLabel(label);
@@ -192,6 +206,7 @@ OpResult condBranchOp::op(Context& context) {
   const Operands<condBranchOp, trace> operands(context);
   const StackValue<bool> condition = context.stackR().pop<bool, trace>();
   if (isTrue(condition)) {
+    if (isLeftToTraced<trace>(context, operands->target, condition)) return leftToTraced;
     const len_t label = labelOf(context, operands->target, operands.bytes());
     traceTaken<trace>(shape.className, __LINE__, condition, label);
     if (context.gotoOp<trace>(label)) return OpOk;
@@ -210,6 +225,7 @@ OpResult invCondBranchOp::op(Context& context) {
     operands.step();
     return OpOk;
   }
+  if (isLeftToTraced<trace>(context, operands->target, condition)) return leftToTraced;
   const len_t label = labelOf(context, operands->target, operands.bytes());
   traceTaken<trace>(shape.className, __LINE__, condition, label);
   if (!context.gotoOp<trace>(label)) endOnBadLabel(label);
@@ -223,10 +239,13 @@ OpResult compareBranchOp::op(Context& context) {
   assertThat(!cond.isNull(), "!cond.isNull()",
              "static Tavro::TvRT::OpResult Tavro::TvRT::compareBranchOp::op(Tavro::TvRT::Context&)");
   len_t label = noBranch;
-  if (cond.value == -1)
+  if (cond.value == -1) {
+    if (isLeftToTraced<trace>(context, operands->less, cond)) return leftToTraced;
     label = labelOf(context, operands->less, operands.bytes() + offsetof(compareBranchOp, less));
-  else if (cond.value == 1)
+  } else if (cond.value == 1) {
+    if (isLeftToTraced<trace>(context, operands->greater, cond)) return leftToTraced;
     label = labelOf(context, operands->greater, operands.bytes() + offsetof(compareBranchOp, greater));
+  }
   if (label == noBranch) {
     traceNotTaken<trace>(shape.className, __LINE__, cond);
     operands.step();
