@@ -80,5 +80,4 @@ void OrderedIndex::buildLookup() {
   hasLookup_ = true;
 }
 
-
 }  // namespace Tavro

@@ -105,8 +105,8 @@ TEST(Failure, AChangeThatFailsChangesNothing) {
       }
 }
 
-// In a table with nothing but an order of arrival, whose next row needs memory for its place, and for what finds
-// it by its values.
+// In a table with nothing but an order of arrival, whose next row needs memory for its place, and for what
+// finds it by its values.
 TEST(Failure, AHandleThatIsGivenAwayIsTakenByWhatSucceeds) {
   constexpr unsigned rows = 240;
   unsigned failing = 1;

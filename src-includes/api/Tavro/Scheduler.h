@@ -22,7 +22,8 @@ class TAVRO_EXPORT Schedulable {
 
   // True while there is something to do for this object and its client can take it. Called by the scheduler.
   virtual bool runnable() const = 0;
-  // Does one unit of that work; false when there is none any more. Called by the scheduler, from its loop only.
+  // Does one unit of that work; false when there is none any more. Called by the scheduler, from its loop
+  // only.
   virtual bool runOnce() = 0;
 
   // The client says whether it can be told of things. A change calls `clientReadyChanged`, and readiness puts

@@ -36,8 +36,8 @@ class TAVRO_EXPORT TvRowIterator {
   // Moves to the next row and returns the old position. Stays where it is at the end.
   TvRowIterator operator++(int);
   TvRowIterator& operator++();
-  // Makes `row` the row at the position, as operator* gives it; then moves to the next row, as operator++ does.
-  // False at the end.
+  // Makes `row` the row at the position, as operator* gives it; then moves to the next row, as operator++
+  // does. False at the end.
   bool next(BaseRow& row);
 
  private:
@@ -110,8 +110,8 @@ class TAVRO_EXPORT TvTableInterface : public Schedulable {
   // it can again), TvOutOfRange for a row that does not fit the table or has the keys of several rows, what
   // the program of an index throws, and std::logic_error on a reader. After a throw the table is as it was.
   void rowIs(BaseRow& row);
-  // The same for a handle that is not needed any more, which the table may take over. After a throw it is as it
-  // was.
+  // The same for a handle that is not needed any more, which the table may take over. After a throw it is as
+  // it was.
   void rowIs(BaseRow&& row);
   // Removes the stored row that `row` names by key, or by equality in a table without key. Never blocks. No
   // effect when there is none, or when `row` has not the columns that are compared. Throws std::logic_error

@@ -154,8 +154,8 @@ inline len_t labelOf(Context& context, const LabelOperand& label, unsigned char*
   return label.label != unresolvedLabel ? label.label : resolveLabel(context, label.oid, operand);
 }
 
-// Whether a jump has to be left to the traced handler, because its label's number is not known yet. What it has
-// popped is put back then.
+// Whether a jump has to be left to the traced handler, because its label's number is not known yet. What it
+// has popped is put back then.
 template <Trace trace, typename... Popped>
 inline bool isLeftToTraced(Context& context, const LabelOperand& label, const Popped&... popped) {
   if constexpr (trace == Trace::Off) {

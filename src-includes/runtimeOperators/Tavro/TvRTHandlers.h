@@ -23,7 +23,8 @@ enum OpResult : int {
 };
 
 // What the work of an instruction without trace sites may say in place of a result, before it has done
-// anything: that it would have to call what comes back, or to throw. The handler with trace sites does it then.
+// anything: that it would have to call what comes back, or to throw. The handler with trace sites does it
+// then.
 inline constexpr OpResult leftToTraced = static_cast<OpResult>(-1);
 
 // Carries out one instruction. `pc` stands on its operands.

@@ -90,8 +90,8 @@ constexpr bool endsRun() {
 }
 
 // The handler of an instruction class without its trace sites. Where no handler slot would follow, which is
-// reported, and where `op` says so, the other one does the work: so what is often run calls nothing that comes
-// back, and saves no register for it.
+// reported, and where `op` says so, the other one does the work: so what is often run calls nothing that
+// comes back, and saves no register for it.
 template <typename Op>
 [[gnu::flatten]] PlainOutcome runPlain(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
