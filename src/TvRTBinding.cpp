@@ -165,23 +165,9 @@ void Context::clearRow(len_t index) {
   rows[index].row.swap(fresh);
 }
 
-inline Proxy& Context::host(const char* what, len_t table) const {
-  if (proxy == nullptr) [[unlikely]]
-    throwNoHost(what, table);
-  return *proxy;
-}
-
 void Context::throwNoHost(const char* what, len_t table) {
   throw std::out_of_range("attempt to index non-existent " + std::string(what) + ": " +
                           std::to_string(table));
-}
-
-bool Context::fetchRow(len_t table, len_t index) {
-  Proxy& tables = host("input row", table);
-  BaseRow& key = getRow(keyRowIdx);
-  if (!hasRow(table)) [[unlikely]]
-    throwNoHost("input row", table);
-  return tables.find(table, key, index, rows[table].row);
 }
 
 void Context::lower_bound(len_t table, len_t index) {
@@ -189,26 +175,6 @@ void Context::lower_bound(len_t table, len_t index) {
 }
 
 void Context::begin(len_t table, len_t index) { host("input row", table).begin(table, index); }
-
-bool Context::nextRow(len_t table) {
-  TvRowIterator& cursor = host("table", table).cursor(table);
-  return cursor.next(slotToReplace(table));
-}
-
-// The slot is tested before the host sees it: the row that it would be given lies outside of what we own.
-void Context::insertRow(len_t table) {
-  if (table >= rows.size()) throwNoBinding();
-  Proxy& tables = host("table", table);
-  const TableBindInfo* const info = tableBindInfo(table);
-  if (info == nullptr) [[unlikely]] {
-    tables.insertRow(rows[table].row);
-    throwNoBinding();
-  }
-  // Made first, so that the handle can be given away.
-  BaseRow fresh = info->freshRow();
-  tables.insertRow(std::move(rows[table].row));
-  rows[table].row.swap(fresh);
-}
 
 void Context::deleteRow(len_t table, len_t index) {
   if (table >= rows.size()) throwNoBinding();

@@ -105,6 +105,8 @@ void Proxy::enable() {
   output = new TvTableInterface(outKey + "-Output", outInfo->alias, TvTableInterface::writeMode, this,
                                 &Proxy::outputReady, noRowHandler, noRowHandler, &Proxy::outputBlock);
   rowIters.resize(inputs.size());
+  for (std::size_t index = 0; index < inputs.size(); ++index)
+    rowIters[index].isInput = inputs[index] != nullptr;
   applyParameters();
   context->replaceRow(context->paramRowIndex(), context->parameterRow());
   context->replaceRow(context->tempRowIndex(), context->temporaryRow());
@@ -238,10 +240,7 @@ TvTableInterface& Proxy::input(len_t index, const char* what) const {
   return *inputs[index];
 }
 
-TvTableInterface& Proxy::tableOut() const {
-  if (output == nullptr) throw std::out_of_range("attempt to index non-existent table: 0");
-  return *output;
-}
+void Proxy::throwNoOutput() { throw std::out_of_range("attempt to index non-existent table: 0"); }
 
 inline void Proxy::typeKey(len_t index, BaseRow& key) const {
   const TableBindInfo* const info = context->tableBindInfo(index);
@@ -263,12 +262,16 @@ bool Proxy::find(len_t index, BaseRow& key, len_t indexNum, BaseRow& row) {
 void Proxy::lower_bound(len_t index, BaseRow key, len_t indexNum) {
   const TvTableInterface& table = input(index, "input row");
   typeKey(index, key);
-  rowIters[index] = {table.lower_bound(key, static_cast<unsigned char>(indexNum)), indexNum};
+  VtiCtrl& cursor = rowIters[index];
+  cursor.iter = table.lower_bound(key, static_cast<unsigned char>(indexNum));
+  cursor.indexNum = indexNum;
 }
 
 void Proxy::begin(len_t index, len_t indexNum) {
   const TvTableInterface& table = input(index, "input row");
-  rowIters[index] = {table.begin(static_cast<unsigned char>(indexNum)), indexNum};
+  VtiCtrl& cursor = rowIters[index];
+  cursor.iter = table.begin(static_cast<unsigned char>(indexNum));
+  cursor.indexNum = indexNum;
 }
 
 BaseRow Proxy::nextRow(len_t index) {
@@ -278,7 +281,6 @@ BaseRow Proxy::nextRow(len_t index) {
 }
 
 void Proxy::insertRow(BaseRow& row) { tableOut().rowIs(row); }
-void Proxy::insertRow(BaseRow&& row) { tableOut().rowIs(std::move(row)); }
 
 void Proxy::deleteRow(const BaseRow& row, len_t) { tableOut().rowDel(row); }
 

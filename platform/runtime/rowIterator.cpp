@@ -25,24 +25,31 @@ TvRowIterator& TvRowIterator::operator++() {
 }
 
 bool TvRowIterator::next(BaseRow& row) {
-  if (entry_ == nullptr) [[unlikely]] {
-    row = BaseRow();
-    return false;
-  }
-  row = entry_->row;
+  const IndexEntry* const here = entry_;
+  if (here == nullptr) [[unlikely]]
+    return takeNothing(row);
   step();
+  row = here->row;
   return true;
+}
+
+bool TvRowIterator::takeNothing(BaseRow& row) {
+  row = BaseRow();
+  return false;
 }
 
 inline void TvRowIterator::step() {
   IndexEntry* const following = index_->next(*entry_);
-  if (following != nullptr) {
+  if (following != nullptr) [[likely]]
     entry_ = following;
-  } else {
-    IndexBase* const index = index_;
-    detach();
-    attach(index, nullptr);
-  }
+  else
+    goToEnd();
+}
+
+void TvRowIterator::goToEnd() {
+  IndexBase* const index = index_;
+  detach();
+  attach(index, nullptr);
 }
 
 void TvRowIterator::attach(IndexBase* index, IndexEntry* entry) {

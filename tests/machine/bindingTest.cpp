@@ -1,3 +1,4 @@
+#include "Tavro/TvRTProxy.h"
 #include "Tavro/TvRTValueIter.h"
 #include "Tavro/database.h"
 #include "support.h"

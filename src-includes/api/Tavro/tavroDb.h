@@ -48,6 +48,8 @@ class TAVRO_EXPORT TvRowIterator {
   void detach();
   // From a row.
   void step();
+  [[gnu::cold]] static bool takeNothing(BaseRow& row);
+  [[gnu::cold]] void goToEnd();
 
   IndexBase* index_ = nullptr;
   // Null stands for the end.

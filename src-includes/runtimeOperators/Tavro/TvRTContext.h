@@ -194,7 +194,10 @@ class TAVRO_EXPORT Context {
   void keepConstant(const BaseRow& row) { constRows.push_back(row); }
 
   // The binding record of a slot; null for none.
-  TableBindInfo* tableBindInfo(len_t index) const { return index < tbis.size() ? tbis[index] : nullptr; }
+  TableBindInfo* tableBindInfo(len_t index) const {
+    const auto info = tbis.begin() + index;
+    return info < tbis.end() ? *info : nullptr;
+  }
   // The output table's record; null when the program binds no table.
   TableBindInfo* outTable() const { return tableBindInfo(0); }
   // The records of output and inputs, or of the inputs alone, without the pseudo rows. Records may be null.
@@ -211,17 +214,17 @@ class TAVRO_EXPORT Context {
     return paramColumns;
   }
 
-  // ---- rows of tables, through the host. Throw std::out_of_range without a host or for a slot without a
-  // table.
+  // ---- rows of tables, through the host (what is inline is in TvRTProxy.h). Throw std::out_of_range without
+  // a host or for a slot without a table.
 
   // Looks up the key row and puts the row found, or a null row, into the slot. True when one was found.
-  bool fetchRow(len_t table, len_t index);
+  inline bool fetchRow(len_t table, len_t index);
   void lower_bound(len_t table, len_t index);
   void begin(len_t table, len_t index);
   // Puts the cursor's row, or a null row behind the last, into the slot. True when there was one.
-  bool nextRow(len_t table);
+  inline bool nextRow(len_t table);
   // Emit the slot's row to the output table, or delete it there, then clear the slot.
-  void insertRow(len_t table);
+  inline void insertRow(len_t table);
   void deleteRow(len_t table, len_t index);
 
   // ---- watch-counter entries: the label number of a table's handler, or 0 when the program has none
@@ -285,7 +288,7 @@ class TAVRO_EXPORT Context {
     return slot->row;
   }
   // The host, or the failure of a row instruction that has none to go to. `what` names the kind of row.
-  Proxy& host(const char* what, len_t table) const;
+  inline Proxy& host(const char* what, len_t table) const;
   [[noreturn, gnu::cold]] static void throwNoHost(const char* what, len_t table);
   // A row slot with `len` of its binding record, 0 for none: every store into a row asks for it.
   struct RowSlot {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Tavro/RowOpsBase.h"
@@ -18,6 +19,7 @@ namespace Tavro::TvRT {
 struct VtiCtrl {
   TvRowIterator iter;
   unsigned short indexNum = 0;
+  bool isInput = false;
 };
 
 // The host of one running operator: joins a loaded Context to the tables of the platform. Rows that the
@@ -98,12 +100,14 @@ class TAVRO_EXPORT Proxy {
   BaseRow nextRow(len_t index);
   // Where the table's `begin` or `lower_bound` and the rows taken since have led to; owned by the proxy.
   TvRowIterator& cursor(len_t index) {
-    if (index >= inputs.size() || inputs[index] == nullptr) throwNoInput(index, "table");
-    return rowIters[index].iter;
+    const auto cursor = rowIters.begin() + index;
+    if (cursor >= rowIters.end() || !cursor->isInput) [[unlikely]]
+      throwNoInput(index, "table");
+    return cursor->iter;
   }
   void insertRow(BaseRow& row);
   // The same for a handle that is not needed any more.
-  void insertRow(BaseRow&& row);
+  void insertRow(BaseRow&& row) { tableOut().rowIs(std::move(row)); }
   // The second argument selects nothing.
   void deleteRow(const BaseRow& row, len_t);
 
@@ -125,7 +129,12 @@ class TAVRO_EXPORT Proxy {
   void forEachInput(const Tell& tell);
   [[noreturn, gnu::cold]] static void throwNoInput(len_t index, const char* what);
   TvTableInterface& input(len_t index, const char* what) const;
-  TvTableInterface& tableOut() const;
+  [[noreturn, gnu::cold]] static void throwNoOutput();
+  TvTableInterface& tableOut() const {
+    if (output == nullptr) [[unlikely]]
+      throwNoOutput();
+    return *output;
+  }
   void typeKey(len_t index, BaseRow& key) const;
   TvTableInterface* newInput(TableBindInfo& info, len_t readyEntry);
   void applyParameters();
@@ -145,6 +154,43 @@ class TAVRO_EXPORT Proxy {
   std::uint64_t totalInstructions = 0;
   std::uint64_t totalTime = 0;
 };
+
+// What is done for every row.
+
+inline Proxy& Context::host(const char* what, len_t table) const {
+  if (proxy == nullptr) [[unlikely]]
+    throwNoHost(what, table);
+  return *proxy;
+}
+
+inline bool Context::fetchRow(len_t table, len_t index) {
+  Proxy& tables = host("input row", table);
+  BaseRow& key = getRow(keyRowIdx);
+  if (!hasRow(table)) [[unlikely]]
+    throwNoHost("input row", table);
+  return tables.find(table, key, index, rows[table].row);
+}
+
+inline bool Context::nextRow(len_t table) {
+  TvRowIterator& cursor = host("table", table).cursor(table);
+  return cursor.next(slotToReplace(table));
+}
+
+// The slot is tested before the host sees it: the row that it would be given lies outside of what we own.
+inline void Context::insertRow(len_t table) {
+  if (!hasRow(table)) [[unlikely]]
+    throwNoBinding();
+  Proxy& tables = host("table", table);
+  const TableBindInfo* const info = tableBindInfo(table);
+  if (info == nullptr) [[unlikely]] {
+    tables.insertRow(rows[table].row);
+    throwNoBinding();
+  }
+  // Made first, so that the handle can be given away.
+  BaseRow fresh = info->freshRow();
+  tables.insertRow(std::move(rows[table].row));
+  rows[table].row = std::move(fresh);
+}
 
 // The row by which a range ends: what the table's projection entry for the upper or lower end makes of `row`,
 // or `row` itself when the program has none. A null row stays null.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Tavro/TvRTOp.h"
+#include "Tavro/TvRTProxy.h"
 #include "Tavro/export.h"
 #include "Tavro/tvExceptions.h"
 
