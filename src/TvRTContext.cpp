@@ -56,14 +56,19 @@ void Context::clear(bool full) {
 
 Context::ContextState Context::execute() {
   running = true;
-  for (std::size_t pc = stream.programCounter();;) {
+  std::size_t pc = stream.programCounter();
+  for (PlainOutcome outcome(OpOk, pc);;) {
     // Asked anew for every instruction: a level may be turned on while a program runs. And the handlers with
     // trace sites mind where they read, which those without do not behind the stream.
-    const bool isPlain = !Kelpo::DebugHandler::anyLevelOn() && stream.isPlainAt(pc);
-    const PlainOutcome outcome = isPlain ? stream.executePlain(*this, pc) : executeTraced();
-    if (!outcome.goesOn()) [[unlikely]]
+    if (!Kelpo::DebugHandler::anyLevelOn() && stream.isPlain(outcome)) [[likely]] {
+      pc = outcome.pc();
+      outcome = stream.executePlain(*this, pc);
+    } else if (outcome.goesOn()) {
+      pc = outcome.pc();
+      outcome = executeTraced();
+    } else {
       return outcome.result() == OpOk ? Ready : endRun(static_cast<len_t>(pc), outcome.result());
-    pc = outcome.pc();
+    }
   }
 }
 

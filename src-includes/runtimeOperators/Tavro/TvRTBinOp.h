@@ -1,6 +1,10 @@
 #pragma once
 
+#include <type_traits>
+
+#include "Tavro/TvRTCtrlOps.h"
 #include "Tavro/TvRTOp.h"
+#include "Tavro/TvRTStackOps.h"
 #include "Tavro/export.h"
 
 // Binary operators. Each pops the right operand, then the left one below it, and pushes one result; none has
@@ -13,24 +17,40 @@ namespace Tavro::TvRT {
 
 inline constexpr const char* binOpSource = "../src-includes/runtimeOperators/Tavro/TvRTBinOp.h";
 
+// What takes the result of an operator.
+template <typename Result>
+constexpr auto followersOfResult() {
+  if constexpr (std::is_same_v<Result, bool>)
+    return Branches();
+  else if constexpr (std::is_arithmetic_v<Result>)
+    return Types<PopColumnOp<Result, Result>>();
+  else
+    return Types<>();
+}
+
 // Pop both sides, compute, trace under the name of `T`, push.
 template <typename T, typename Left, typename Right, typename Result, Trace trace, typename Compute>
 inline OpResult runBinOp(Context& context, const char* className, const Compute& compute) {
   Stack& stack = context.stackR();
+  const std::size_t pc = context.istream().programCounter();
   const auto [right, left] = stack.popPair<Right, Left, trace>();
   const StackValue<Result> result = compute(left, right);
   traceOp<trace>(binOpSource, __LINE__, className, writeTypes<T>, " ( ", left, ", ", right, " ) = ", result);
+  if constexpr (trace == Trace::Off)
+    if (handOver(followersOfResult<Result>(), context, pc, result)) [[likely]]
+      return followed;
   stack.pushBack<trace>(result);
   return OpOk;
 }
 
 template <typename Op, typename T, Trace trace>
 inline OpResult runArithmetic(Context& context) {
-  return runBinOp<T, T, T, T, trace>(
-      context, Op::shape.className, [](const StackValue<T>& l, const StackValue<T>& r) {
-        const bool isNull = l.isNull() || r.isNull();
-        return StackValue<T>(isNull ? T() : Op::apply(l.value, r.value), isNull);
-      });
+  return runBinOp<T, T, T, T, trace>(context, Op::shape.className,
+                                     [](const StackValue<T>& l, const StackValue<T>& r) {
+                                       if (l.isNull() || r.isNull()) [[unlikely]]
+                                         return StackValue<T>(T(), true);
+                                       return StackValue<T>(Op::apply(l.value, r.value), false);
+                                     });
 }
 
 template <typename Op, typename T, Trace trace>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Tavro/TvRTCtrlOps.h"
 #include "Tavro/TvRTOp.h"
 #include "Tavro/export.h"
 
@@ -192,9 +193,8 @@ inline OpResult compareFields(Context& context, const char* name, const char* si
   traceOp<trace>(columnOpsSource, __LINE__, name, writeTypes<T>, "( ", operands->row, ", ", operands->column,
                  ", ", operands->otherRow, ", ", operands->otherColumn, " ) = ( ",
                  StackValue<Value>(first, false), sign, StackValue<Value>(second, false), " ) = ", result);
-  context.stackR().push<trace>(result);
-  operands.step();
-  return OpOk;
+  using Followers = std::conditional_t<std::is_same_v<Result, bool>, Branches, Types<compareBranchOp>>;
+  return pushResult(context, operands, result, Followers());
 }
 
 template <typename Value>
@@ -227,7 +227,7 @@ OpResult CompareColumnOp<T>::op(Context& context) {
     if (secondIsNull) return context.nullsComeFirst() ? greater : less;
     // Without a jump, which would be mispredicted often, where both comparisons are cheap.
     if constexpr (std::is_arithmetic_v<T>)
-      return static_cast<signed char>((first != second) - 2 * (first < second));
+      return static_cast<signed char>(!(first <= second) - (first < second));
     if (first < second) return less;
     return first == second ? 0 : greater;
   };

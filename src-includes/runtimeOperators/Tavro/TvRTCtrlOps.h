@@ -70,6 +70,7 @@ struct TAVRO_EXPORT condBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  bool follow(Context& context, const StackValue<bool>& condition, std::size_t& next) const;
   template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
@@ -87,6 +88,7 @@ struct TAVRO_EXPORT invCondBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  bool follow(Context& context, const StackValue<bool>& condition, std::size_t& next) const;
   template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
@@ -105,6 +107,7 @@ struct TAVRO_EXPORT compareBranchOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
   }
+  bool follow(Context& context, const StackValue<signed char>& cond, std::size_t& next) const;
   template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
@@ -143,6 +146,9 @@ struct TAVRO_EXPORT returnOp {
   static OpResult op(Context& context);
 };
 
+// What takes a condition.
+using Branches = Types<condBranchOp, invCondBranchOp>;
+
 // Ends the process over a label number that does not exist.
 [[noreturn, gnu::cold]] TAVRO_EXPORT void endOnBadLabel(len_t label);
 
@@ -167,6 +173,11 @@ inline bool isLeftToTraced(Context& context, const LabelOperand& label, const Po
   return false;
 }
 
+// Makes `next` the place of a label whose number is known, and exists.
+inline bool findPlace(const Context& context, const LabelOperand& label, std::size_t& next) {
+  return label.label != unresolvedLabel && context.istream().findPlace(label.label, next);
+}
+
 inline bool isTrue(const StackValue<bool>& condition) { return !condition.isNull() && condition.value != 0; }
 
 template <Trace trace, typename Condition>
@@ -177,6 +188,24 @@ inline void traceNotTaken(const char* name, int line, const Condition& condition
 template <Trace trace, typename Condition>
 inline void traceTaken(const char* name, int line, const Condition& condition, len_t label) {
   traceOp<trace>(ctrlOpsSource, line, name, "(  ", condition, " ) --> ", label);
+}
+
+inline bool condBranchOp::follow(Context& context, const StackValue<bool>& condition,
+                                 std::size_t& next) const {
+  return !isTrue(condition) || findPlace(context, target, next);
+}
+
+inline bool invCondBranchOp::follow(Context& context, const StackValue<bool>& condition,
+                                    std::size_t& next) const {
+  return isTrue(condition) || findPlace(context, target, next);
+}
+
+inline bool compareBranchOp::follow(Context& context, const StackValue<signed char>& cond,
+                                    std::size_t& next) const {
+  if (cond.isNull()) return false;
+  if (cond.value == -1) return less.label != noBranch && findPlace(context, less, next);
+  if (cond.value == 1) return greater.label != noBranch && findPlace(context, greater, next);
+  return true;
 }
 
 template <Trace trace>

@@ -26,6 +26,8 @@ enum OpResult : int {
 // anything: that it would have to call what comes back, or to throw. The handler with trace sites does it
 // then.
 inline constexpr OpResult leftToTraced = static_cast<OpResult>(-1);
+// That the next instruction has been carried out as well.
+inline constexpr OpResult followed = static_cast<OpResult>(-2);
 
 // Carries out one instruction. `pc` stands on its operands.
 using Handler = OpResult (*)(Context&);
@@ -39,6 +41,8 @@ class PlainOutcome {
 
   // A run that goes on is nothing but the offset.
   bool goesOn() const { return bits_ < ended; }
+  // The same for an offset up to `last`.
+  bool goesOnUpTo(std::size_t last) const { return bits_ <= last; }
   OpResult result() const { return static_cast<OpResult>(static_cast<std::int32_t>(bits_ >> 32)); }
   // Of a run that goes on.
   std::size_t pc() const { return static_cast<std::size_t>(bits_); }
@@ -129,7 +133,14 @@ class TAVRO_EXPORT HandlerTable {
   static Describe describe(HandlerNumber number);
 
   static Handler at(HandlerNumber number) { return traced[indexOf(number)]; }
-  static PlainHandler plainAt(HandlerNumber number) { return plain[indexOf(number)]; }
+  // Carries out the instruction of that number, with operands at `pc`. A number outside of the table
+  // branches, which is predicted: a choice of the entry would be waited for.
+  static PlainOutcome runPlain(HandlerNumber number, Context& context, std::size_t pc) {
+    const HandlerNumber index = number - base;
+    if (index >= capacity) [[unlikely]]
+      return Handlers::runTraced(context, pc);
+    return plain[index](context, pc);
+  }
 
  private:
   // Entry 0 is that of the numbers that were not given out.

@@ -67,12 +67,18 @@ class TAVRO_EXPORT IStream {
   // A whole handler slot lies at the offset and before the end of the stream.
   bool hasSlotAt(std::size_t offset) const { return static_cast<std::ptrdiff_t>(offset) <= lastSlot; }
 
+  // Makes `offset` that of a label; false, and nothing done, when there is no such number.
+  bool findPlace(len_t label, std::size_t& offset) const {
+    const auto place = labels.begin() + label;
+    if (place >= labels.end()) return false;
+    offset = *place;
+    return true;
+  }
+
   // Jumps to a label number; false, and nothing done, when there is no such number.
   template <Trace trace = Trace::On>
   bool gotoOp(len_t label) {
-    const auto offset = labels.begin() + label;
-    if (offset >= labels.end()) return false;
-    pc = *offset;
+    if (!findPlace(label, pc)) return false;
     if constexpr (trace == Trace::On)
       Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
                    "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,
@@ -93,14 +99,18 @@ class TAVRO_EXPORT IStream {
     return HandlerTable::at(handlerAt(ppc))(context);
   }
 
-  // The same without trace sites, for an offset of which `isPlainAt` is true.
+  // The same without trace sites, for an offset of which `isPlain` was true.
   PlainOutcome executePlain(Context& context, std::size_t ppc) {
-    HandlerNumber number;
-    std::memcpy(&number, code + ppc, sizeof number);
-    return HandlerTable::plainAt(number)(context, ppc + handlerSlotWidth);
+    return HandlerTable::runPlain(plainNumberAt(ppc), context, ppc + handlerSlotWidth);
   }
-  // Whether a slot at the offset begins within the capacity, and its operands within 16 bits.
-  bool isPlainAt(std::size_t offset) const { return offset <= lastPlain; }
+  // Whether the run goes on where a slot begins within the capacity, and its operands within 16 bits.
+  bool isPlain(const PlainOutcome& before) const { return before.goesOnUpTo(lastPlain); }
+  // The bytes of such a slot.
+  HandlerNumber plainNumberAt(std::size_t offset) const {
+    HandlerNumber number;
+    std::memcpy(&number, code + offset, sizeof number);
+    return number;
+  }
 
   // The bytes of the handler slot at an offset.
   HandlerNumber handlerAt(len_t offset) const {

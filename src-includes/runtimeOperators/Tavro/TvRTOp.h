@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <iomanip>
 #include <limits>
@@ -103,6 +104,7 @@ template <typename Op>
   const OpResult result = Op::template op<Trace::Off>(context);
   if (result == leftToTraced) [[unlikely]]
     return Handlers::runTraced(context, pc);
+  if (result == followed) return {OpOk, stream.programCounter()};
   return {result, movesCounter<Op>() ? stream.programCounter() : pc, !endsRun<Op>() || context.isRunning()};
 }
 
@@ -110,10 +112,14 @@ template <typename Op>
 template <typename Op>
 inline constexpr Handlers handlersOf{&Op::template op<Trace::On>, &runPlain<Op>};
 
+// The number of an instruction class once it has been given out; 0, which is none, before.
+template <typename Op>
+[[gnu::visibility("hidden")]] inline std::atomic<HandlerNumber> givenNumber = 0;
+
 // The number of an instruction class, asked for once.
 template <typename Op>
 HandlerNumber handlerNumber() {
-  static const HandlerNumber number = HandlerTable::numberOf(handlersOf<Op>, &describe<Op>);
+  static const HandlerNumber number = givenNumber<Op> = HandlerTable::numberOf(handlersOf<Op>, &describe<Op>);
   return number;
 }
 
@@ -149,6 +155,9 @@ class Operands {
 
   const Op* operator->() const { return &operands_; }
 
+  // The offset behind the operands.
+  std::size_t next() const { return pc_ + operandWidth<Op>; }
+
   // Moves `pc` behind the operands. A plain handler runs only where a slot follows.
   void step() const {
     if constexpr (trace == Trace::Off)
@@ -165,6 +174,57 @@ class Operands {
   std::size_t pc_;
   Op operands_;
 };
+
+// As a rule the next instruction takes what one has computed: a branch the outcome of a comparison, a pop
+// into a row a sum. Without trace sites the first carries the second out as well, with the value at hand.
+// That saves a turn of the run loop, and the value a trip through memory; stack, rows and `pc` are left as
+// the two leave them one by one. No level can have been turned on in between.
+//
+// What can follow so has a member
+//
+//   bool follow(Context&, const StackValue<Value>& popped, std::size_t& next) const
+//
+// that does the work and makes `next` the offset to go on at, which is behind the instruction before. Where
+// anything about it is rare, it returns false, with nothing done.
+template <typename Follower, typename Value>
+inline bool handOverTo(Context& context, std::size_t pc, const StackValue<Value>& result) {
+  IStream& stream = context.istream();
+  const std::size_t operands = pc + IStream::handlerSlotWidth;
+  std::size_t next = operands + operandWidth<Follower>;
+  if (stream.plainNumberAt(pc) != givenNumber<Follower>.load(std::memory_order_relaxed)) [[unlikely]]
+    return false;
+  if (!stream.hasSlotAt(next)) [[unlikely]]
+    return false;
+  Follower follower;
+  std::memcpy(static_cast<void*>(&follower), stream.operandsAt<Trace::Off>(operands), sizeof follower);
+  if (!follower.follow(context, result, next)) [[unlikely]]
+    return false;
+  stream.programCounterIs(next);
+  return true;
+}
+
+// Hands a result over to the instruction at `pc`, if it is one of those. There is room for it on the stack,
+// where it leaves its bytes.
+template <typename... Followers, typename Value>
+inline bool handOver(Types<Followers...>, Context& context, [[maybe_unused]] std::size_t pc,
+                     const StackValue<Value>& result) {
+  context.stackR().leaveBehindTop(result);
+  return (handOverTo<Followers>(context, pc, result) || ...);
+}
+
+// Ends an instruction with operands: pushes its result and steps over them.
+template <typename Op, Trace trace, typename Followers, typename Value>
+inline OpResult pushResult(Context& context, const Operands<Op, trace>& operands,
+                           const StackValue<Value>& result, Followers followers) {
+  Stack& stack = context.stackR();
+  if constexpr (trace == Trace::Off)
+    if (stack.hasRoomFor<StackValue<Value>>()) [[likely]]
+      if (handOver(followers, context, operands.next(), result)) [[likely]]
+        return followed;
+  stack.push<trace>(result);
+  operands.step();
+  return OpOk;
+}
 
 // Ends a dispatcher whose family has no member for a type: throws std::runtime_error with the dispatcher's
 // full signature, made of its name and its arguments behind the context, and ": Invalid Operation".

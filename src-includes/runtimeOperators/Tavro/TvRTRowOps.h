@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Tavro/TvRTCtrlOps.h"
 #include "Tavro/TvRTOp.h"
 #include "Tavro/TvRTProxy.h"
 #include "Tavro/export.h"
@@ -189,9 +190,10 @@ inline OpResult reportResult(Context& context, int line, const Work& work) {
   const Operands<Op, trace> operands(context);
   const StackValue<bool> result(work(*operands.operator->()), false);
   traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()}, " = ", result);
-  context.stackR().push<trace>(result);
-  operands.step();
-  return OpOk;
+  // What the tables have called may have turned a level on.
+  if (Kelpo::DebugHandler::anyLevelOn()) [[unlikely]]
+    return pushResult(context, operands, result, Types<>());
+  return pushResult(context, operands, result, Branches());
 }
 
 // Instructions that change rows trace before the work, so that the line stands ahead of its failure.

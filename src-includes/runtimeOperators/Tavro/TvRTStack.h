@@ -155,6 +155,12 @@ class TAVRO_EXPORT Stack {
     place(value);
   }
 
+  // Leaves the bytes that a push and a pop of the value would. There is room.
+  template <typename T>
+  void leaveBehindTop(const StackValue<T>& value) {
+    storeSlot(top, value);
+  }
+
   // Whether a pop finds something.
   bool hasEntry() const { return top > base; }
   // Whether a push of such an entry succeeds.

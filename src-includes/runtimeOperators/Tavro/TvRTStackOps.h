@@ -89,6 +89,7 @@ struct TAVRO_EXPORT PopColumnOp {
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
   }
+  bool follow(Context& context, const StackValue<ST>& popped, std::size_t& next) const;
   template <Trace trace = Trace::On>
   static OpResult op(Context& context);
 };
@@ -348,6 +349,15 @@ template <typename CT, typename ST>
 template <Trace trace>
 OpResult PopColumnOp<CT, ST>::op(Context& context) {
   return popField<PopColumnOp, ST, trace>(context, [](const auto& value) { return narrow<CT>(value); });
+}
+
+template <typename CT, typename ST>
+inline bool PopColumnOp<CT, ST>::follow(Context& context, const StackValue<ST>& popped, std::size_t&) const {
+  BaseRow* const to = context.ownRow(row);
+  if (to == nullptr) return false;
+  const auto value = popped.value;
+  to->setOwnColumn(column, narrow<CT>(value));
+  return true;
 }
 
 template <typename T>

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "Tavro/TvRTCtrlOps.h"
 #include "Tavro/TvRTStackOps.h"
 #include "Tavro/export.h"
 
@@ -207,9 +208,7 @@ OpResult NextValueOp<T>::op(Context& context) {
                  ", ", operands->column, " )  = ", StackValue<T>(value, false), ", ", result);
   if (result.value != 0)
     PopColumnOp<T, StackTypeOf<T>>::setColumnValue(context, operands->row, operands->column, value);
-  context.stackR().push<trace>(result);
-  operands.step();
-  return OpOk;
+  return pushResult(context, operands, result, Branches());
 }
 
 template <typename CT, typename ST>

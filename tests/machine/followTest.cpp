@@ -1,0 +1,189 @@
+// Without trace sites an instruction may carry out the one behind it as well. Here each program runs with a
+// level turned on, one instruction at a time, and without: what the two leave behind must be the same.
+
+#include <algorithm>
+#include <limits>
+
+#include "Tavro/TvRTColumnOps.h"
+#include "Tavro/TvRTCtrlOps.h"
+#include "Tavro/TvRTProxy.h"
+#include "support.h"
+
+namespace Tavro::TvRT {
+namespace {
+
+constexpr len_t rowLength = 40;
+
+// Slots 0 and 1 hold a row of their own, slot 2 a null row.
+OwnedContext operatorOf(const std::string& program) {
+  std::string text;
+  for (const char* slot : {"0", "1", "2"})
+    text += "bindTable " + std::string(slot) + ", " + std::to_string(rowLength) + ", 0, \"t::t" + slot +
+            "\", \"t" + slot + "\", \"\"\n";
+  OwnedContext context = assemble(text + "end\n" + program);
+  context->clearRow(0);
+  context->clearRow(1);
+  return context;
+}
+
+// All that a run leaves, in a form that can be compared and read.
+std::string rest(Context& context, const std::string& said) {
+  std::ostringstream text;
+  const Stack& stack = context.stackR();
+  text << said << "\nstate " << context.runState() << ", pc " << context.istream().programCounter()
+       << ", depth " << stack.depth() << "\nstack";
+  const unsigned char* const used = stack.bottom();
+  const unsigned char* const end = used + Stack::blockSize;
+  const auto writeBytes = [&](const unsigned char* from, const unsigned char* to) {
+    for (; from != to; ++from) text << " " << unsigned{*from};
+  };
+  // Behind the last byte that was ever written stand zeros.
+  writeBytes(used, std::find_if(std::reverse_iterator(end), std::reverse_iterator(used), [](unsigned char b) {
+                     return b != 0;
+                   }).base());
+  text << "\nstream";
+  writeBytes(context.istream().at(0), context.istream().at(0) + context.maxLoc());
+  for (len_t slot = 0; slot < 3; ++slot) {
+    const BaseRow& row = context.getRow(slot);
+    text << "\nrow";
+    if (!row.isNull()) writeBytes(row.rowBuf(), row.rowBuf() + rowLength);
+  }
+  return text.str();
+}
+
+// Two runs from the start, since the first finds the labels: what each leaves.
+template <typename Prepare>
+std::string runs(const std::string& program, bool traced, const Prepare& prepare) {
+  const OwnedContext context = operatorOf(program);
+  std::string text;
+  for (int run = 0; run < 2; ++run) {
+    context->istream().programCounterIs(0);
+    context->stackR().clear();
+    prepare(*context);
+    const auto execute = [&] { context->execute(); };
+    std::string said;
+    const std::string output = outputOf([&] {
+      if (traced)
+        traceOf({{"Stack", 4}}, [&] { said = thrown(execute); });
+      else
+        said = thrown(execute);
+    });
+    text += rest(*context, output + said) + "\n";
+  }
+  return text;
+}
+
+template <typename Prepare>
+void expectTheSame(const std::string& program, const Prepare& prepare) {
+  EXPECT_EQ(runs(program, false, prepare), runs(program, true, prepare)) << program;
+}
+void expectTheSame(const std::string& program) {
+  expectTheSame(program, [](Context&) {});
+}
+
+// Ends with 1 in column 32 where the branch was taken, with 2 where not.
+std::string withEnds(const std::string& upToBranch) {
+  return upToBranch +
+         "pushCnst<uint64_t> 2\npopColumn<uint64_t> 0, 32\nhalt\n"
+         "label taken\npushCnst<uint64_t> 1\npopColumn<uint64_t> 0, 32\nhalt\n";
+}
+
+TEST(FollowTest, BranchesTakeOutcomesOfAllKinds) {
+  for (const std::string branch : {"condBranch taken\n", "invCondBranch taken\n"}) {
+    for (const std::string outcome :
+         {"isNullRow 0\n", "isNullRow 2\n", "equalColumn<uint32_t> 0, 8, 1, 8\n",
+          "equalColumn<uint32_t> 0, 8, 2, 8\n", "pushCnst<int32_t> 3\npushCnst<int32_t> 4\nlt<int64_t>\n",
+          "pushCnst<int32_t> 4\npushCnst<int32_t> 3\nlt<int64_t>\n",
+          "pushColumn<uint32_t> 2, 8\npushCnst<uint32_t> 3\ngt<uint64_t>\n"})
+      expectTheSame(withEnds(outcome + branch));
+  }
+}
+
+TEST(FollowTest, ThreeWayBranchesGoEachWay) {
+  const std::string program = withEnds(
+      "label again\ncompareColumn<double> 0, 8, 1, 8\ncompareBranch less, taken\n"
+      "pushCnst<double> 7\npopColumn<double> 0, 8\nbranch again\n"
+      "label less\npushColumn<double> 1, 8\npopColumn<double> 0, 8\nbranch again\n");
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const double first : {-1.0, 0.0, 1.0, nan}) {
+    for (const double second : {-2.0, 0.5, nan})
+      expectTheSame(program, [&](Context& context) {
+        context.getRow(0).setColumn(8, first, rowLength);
+        context.getRow(1).setColumn(8, second, rowLength);
+      });
+  }
+  expectTheSame(withEnds("compareColumn<double> 2, 8, 1, 8\ncompareBranch taken, taken\n"));
+}
+
+TEST(FollowTest, LoopsOfSumsEndWhereTheyShould) {
+  expectTheSame(
+      "label again\n"
+      "pushColumn<uint64_t> 0, 8\npushCnst<uint64_t> 3\nadd<uint64_t>\npopColumn<uint64_t> 0, 8\n"
+      "pushColumn<double> 0, 16\npushCnst<double> 2\nsub<double>\npopColumn<double> 0, 16\n"
+      "pushColumn<uint64_t> 0, 8\npushCnst<uint64_t> 30\nlt<uint64_t>\ncondBranch again\nhalt\n");
+  // A null sum is stored as zero.
+  expectTheSame(
+      "pushColumn<uint64_t> 2, 8\npushCnst<uint64_t> 3\nadd<uint64_t>\npopColumn<uint64_t> 0, 8\nhalt\n",
+      [](Context& context) { context.getRow(0).setColumn(8, 9ULL, rowLength); });
+}
+
+TEST(FollowTest, RareThingsAreLeftToTheInstructionItself) {
+  const std::string sum = "pushCnst<double> 7\npushCnst<double> 2\nmul<double>\n";
+  BaseRow other;
+  // Into a row that somebody shares, which must not see it; into a null row; where no slot is.
+  expectTheSame(sum + "popColumn<double> 0, 8\nhalt\n", [&](Context& context) {
+    context.clearRow(0);
+    other = context.getRow(0);
+  });
+  expectTheSame(sum + "popColumn<double> 2, 8\nhalt\n");
+  expectTheSame(sum + "popColumn<double> 77, 8\nhalt\n");
+  double seen = 1;
+  other.getColumn(8, seen);
+  EXPECT_EQ(seen, 0);
+  // At the end of the stream, where no further instruction stands.
+  expectTheSame(sum + "popColumn<double> 0, 8\n");
+  expectTheSame("label back\nhalt\nisNullRow 0\ninvCondBranch back\n",
+                [](Context& context) { context.istream().programCounterIs(4); });
+  expectTheSame("isNullRow 0\ncondBranch nowhere\n");
+}
+
+TEST(FollowTest, AFullStackRefusesTheResult) {
+  for (const unsigned depth : {3997U, 3998U, 3999U, 4000U})
+    expectTheSame(withEnds("isNullRow 2\ncondBranch taken\n"), [&](Context& context) {
+      while (context.depth() + 2 <= depth) push(context, true);
+      // An odd number of bytes takes an entry of another width.
+      if (context.depth() != depth) {
+        context.stackR().pop<bool>();
+        context.stackR().pop<bool>();
+        push(context, 0.0F);
+      }
+      ASSERT_EQ(context.depth(), depth);
+    });
+}
+
+TEST(FollowTest, LabelNumbersWithoutAPlaceAreNotFollowed) {
+  const auto run = [](const auto& first, const auto& branch, bool traced) {
+    const OwnedContext context = operatorOf("halt\n");
+    const len_t start = context->maxLoc();
+    first.install(*context);
+    branch.install(*context);
+    haltOp().install(*context);
+    context->istream().programCounterIs(start);
+    if (traced)
+      traceOf({{"Stack", 4}}, [&] { context->execute(); });
+    else
+      context->execute();
+    return rest(*context, "");
+  };
+  const auto expectTheSameOf = [&](const auto& first, const auto& branch) {
+    EXPECT_EQ(run(first, branch, false), run(first, branch, true));
+  };
+  const LabelOperand beyond{.oid = 0, .label = 77};
+  const LabelOperand none{.oid = 0, .label = noBranch};
+  expectTheSameOf(EqualColumnOp<int>{0, 8, 1, 8}, condBranchOp{beyond});
+  expectTheSameOf(CompareColumnOp<int>{2, 8, 1, 8}, compareBranchOp{none, none});
+  expectTheSameOf(CompareColumnOp<int>{1, 8, 2, 8}, compareBranchOp{none, none});
+}
+
+}  // namespace
+}  // namespace Tavro::TvRT
