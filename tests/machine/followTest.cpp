@@ -32,15 +32,12 @@ std::string rest(Context& context, const std::string& said) {
   const Stack& stack = context.stackR();
   text << said << "\nstate " << context.runState() << ", pc " << context.istream().programCounter()
        << ", depth " << stack.depth() << "\nstack";
-  const unsigned char* const used = stack.bottom();
-  const unsigned char* const end = used + Stack::blockSize;
   const auto writeBytes = [&](const unsigned char* from, const unsigned char* to) {
     for (; from != to; ++from) text << " " << unsigned{*from};
   };
-  // Behind the last byte that was ever written stand zeros.
-  writeBytes(used, std::find_if(std::reverse_iterator(end), std::reverse_iterator(used), [](unsigned char b) {
-                     return b != 0;
-                   }).base());
+  // Around the top, and a guard stands behind the limit.
+  const unsigned char* const top = stack.topOfStack();
+  writeBytes(top - std::min(stack.depth(), 20U), top + 20);
   text << "\nstream";
   writeBytes(context.istream().at(0), context.istream().at(0) + context.maxLoc());
   for (len_t slot = 0; slot < 3; ++slot) {
@@ -49,6 +46,12 @@ std::string rest(Context& context, const std::string& said) {
     if (!row.isNull()) writeBytes(row.rowBuf(), row.rowBuf() + rowLength);
   }
   return text.str();
+}
+
+// Without the places in memory that the message of a full stack names.
+std::string withoutPlaces(const std::string& message) {
+  const std::string overflow = "stack overflow ";
+  return message.starts_with(overflow) ? overflow + message.substr(message.rfind(' ')) : message;
 }
 
 // Two runs from the start, since the first finds the labels: what each leaves.
@@ -68,7 +71,7 @@ std::string runs(const std::string& program, bool traced, const Prepare& prepare
       else
         said = thrown(execute);
     });
-    text += rest(*context, output + said) + "\n";
+    text += rest(*context, output + withoutPlaces(said)) + "\n";
   }
   return text;
 }
