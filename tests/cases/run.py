@@ -21,8 +21,8 @@ stderr or status are missing, they are empty, empty and 0. Behind a section's na
 with carriage returns, "open" leaves out its last line end, "match" compares each line as a regular expression, and
 "repeat" writes TEXT N times for {N*TEXT}.
 
-A case whose `run` does not set --capacity itself is run again at capacities 1, 2 and 3, which must not change what it
-prints.
+A case whose `run` does not set --capacity itself is run again at capacities 1, 2 and 3, and with a trace level on, which
+must not change what it prints: with a level on, other handlers carry the instructions out, one by one.
 """
 
 import argparse
@@ -87,7 +87,7 @@ class Case:
         section = self.section(kind)
         return section.data() if section else b""
 
-    def sweeps_capacity(self):
+    def is_varied(self):
         return self.args[:1] == ["run"] and "--help" not in self.args and "--capacity" not in self.args
 
     def rewrite(self, outcome):
@@ -154,12 +154,12 @@ def check(tool, path, rewrite):
         for kind in wrong:
             section = case.section(kind)
             report += difference(kind, section.expanded() if section else "0\n" if kind == "status" else "", actual[kind])
-        if report or not case.sweeps_capacity():
+        if report or not case.is_varied():
             return report
-        for capacity in ("1", "2", "3"):
-            again = run_tool(tool, case, ("--capacity", capacity))
+        for option in ("--capacity=1", "--capacity=2", "--capacity=3", "--trace=Stack=4"):
+            again = run_tool(tool, case, (option,))
             if (again.stdout, again.status) != (outcome.stdout, outcome.status):
-                report += f"with --capacity {capacity}, status {again.status}:\n"
+                report += f"with {option}, status {again.status}:\n"
                 report += difference("stdout", outcome.stdout, again.stdout) + again.stderr
         return report
     except (ValueError, OSError, subprocess.TimeoutExpired) as error:
