@@ -68,6 +68,7 @@ struct TAVRO_EXPORT EqualColumnOp {
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
       "EqualColumnOp", "T", "equalColumn<0>", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
       OperandKind::Column);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -89,6 +90,7 @@ struct TAVRO_EXPORT EqualAryColumnOp {
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
       "EqualAryColumnOp", "T", "equalAryColumn<0>", OperandKind::RowSlot, OperandKind::Column,
       OperandKind::RowSlot, OperandKind::Column);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -111,6 +113,7 @@ struct TAVRO_EXPORT CompareColumnOp {
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<signed char>>(
       "CompareColumnOp", "T", "compareColumn<0>", OperandKind::RowSlot, OperandKind::Column,
       OperandKind::RowSlot, OperandKind::Column);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -183,6 +186,10 @@ OpResult CopyAryColumnOp<T>::op(Context& context) {
 template <typename Op, typename T, typename Value, typename Result, Trace trace, typename Compare>
 inline OpResult compareFields(Context& context, const char* name, const char* sign, const Compare& compare) {
   const Operands<Op, trace> operands(context);
+  if constexpr (trace == Trace::Off)
+    if (!context.hasRow(operands->row) || !context.hasRow(operands->otherRow) ||
+        !context.stackR().hasRoomFor<StackValue<Result>>()) [[unlikely]]
+      return leftToTraced;
   const BaseRow& firstRow = context.getRow(operands->row);
   const BaseRow& secondRow = context.getRow(operands->otherRow);
   Value first{};

@@ -74,7 +74,8 @@ inline constexpr len_t noOperandBlock = 65535;
 
 // Some classes say something of themselves that the handlers without trace sites go by:
 // - `movesCounter`: moves `pc`, although it has no operands to step over;
-// - `endsRun`: may end the run, and steps over nothing.
+// - `endsRun`: may end the run, and steps over nothing;
+// - `handsOver`: ends with pushResult, which asks itself whether a slot follows.
 template <typename Op>
 constexpr bool movesCounter() {
   if constexpr (requires { Op::movesCounter; })
@@ -89,6 +90,13 @@ constexpr bool endsRun() {
   else
     return false;
 }
+template <typename Op>
+constexpr bool handsOver() {
+  if constexpr (requires { Op::handsOver; })
+    return Op::handsOver;
+  else
+    return false;
+}
 
 // The handler of an instruction class without its trace sites. Where no handler slot would follow, which is
 // reported, and where `op` says so, the other one does the work: so what is often run calls nothing that
@@ -96,7 +104,7 @@ constexpr bool endsRun() {
 template <typename Op>
 [[gnu::flatten]] PlainOutcome runPlain(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
-  if constexpr (operandWidth<Op> != 0 && !endsRun<Op>())
+  if constexpr (operandWidth<Op> != 0 && !endsRun<Op>() && !handsOver<Op>())
     if (!stream.hasSlotAt(pc + operandWidth<Op>)) [[unlikely]]
       return Handlers::runTraced(context, pc);
   if (pc > std::numeric_limits<len_t>::max() - operandWidth<Op>) __builtin_unreachable();
@@ -112,9 +120,9 @@ template <typename Op>
 template <typename Op>
 inline constexpr Handlers handlersOf{&Op::template op<Trace::On>, &runPlain<Op>};
 
-// The number of an instruction class once it has been given out; 0, which is none, before.
+// The number of an instruction class once it has been given out; one that never is, before.
 template <typename Op>
-[[gnu::visibility("hidden")]] inline std::atomic<HandlerNumber> givenNumber = 0;
+[[gnu::visibility("hidden")]] inline std::atomic<HandlerNumber> givenNumber = HandlerTable::base;
 
 // The number of an instruction class, asked for once.
 template <typename Op>
@@ -160,7 +168,7 @@ class Operands {
 
   // Moves `pc` behind the operands. A plain handler runs only where a slot follows.
   void step() const {
-    if constexpr (trace == Trace::Off)
+    if constexpr (trace == Trace::Off && !handsOver<Op>())
       stream_.programCounterIs(pc_ + operandWidth<Op>);
     else
       stream_.stepFrom(pc_, operandWidth<Op>);

@@ -189,7 +189,7 @@ inline void Context::insertRow(len_t table) {
   // Made first, so that the handle can be given away.
   BaseRow fresh = info->freshRow();
   tables.insertRow(std::move(rows[table].row));
-  rows[table].row = std::move(fresh);
+  rows[table].row.swap(fresh);
 }
 
 // The row by which a range ends: what the table's projection entry for the upper or lower end makes of `row`,

@@ -21,6 +21,7 @@ struct TAVRO_EXPORT FetchRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<bool>>("FetchRowOp", "", "fetchRow", OperandKind::RowSlot);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -36,6 +37,7 @@ struct TAVRO_EXPORT FetchRowIndexedOp {
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<bool>>(
       "FetchRowIndexedOp", "", "fetchRowIndexed", OperandKind::RowSlot, OperandKind::Index);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -107,6 +109,7 @@ struct TAVRO_EXPORT NextRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<bool>>("NextRowOp", "", "nextRow", OperandKind::RowSlot);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -166,6 +169,7 @@ struct TAVRO_EXPORT IsNullRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<bool>>("IsNullRowOp", "", "isNullRow", OperandKind::RowSlot);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -184,14 +188,18 @@ struct CallText {
   }
 };
 
+// Whom the work of an instruction may call: a lookup compares by the operations of an index, which a client
+// may have written.
+enum class Calls { Nobody, Clients };
+
 // Instructions that report a result trace after the work, so that the result is in the line.
-template <typename Op, Trace trace, typename Work>
+template <typename Op, Trace trace, Calls calls, typename Work>
 inline OpResult reportResult(Context& context, int line, const Work& work) {
   const Operands<Op, trace> operands(context);
   const StackValue<bool> result(work(*operands.operator->()), false);
   traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()}, " = ", result);
-  // What the tables have called may have turned a level on.
-  if (Kelpo::DebugHandler::anyLevelOn()) [[unlikely]]
+  // A client may have turned a level on, which the next instruction has to show.
+  if (calls == Calls::Clients && Kelpo::DebugHandler::anyLevelOn()) [[unlikely]]
     return pushResult(context, operands, result, Types<>());
   return pushResult(context, operands, result, Branches());
 }
@@ -208,25 +216,25 @@ inline OpResult changeRows(Context& context, int line, const Work& work) {
 
 template <Trace trace>
 OpResult FetchRowOp::op(Context& context) {
-  return reportResult<FetchRowOp, trace>(context, __LINE__,
-                                         [&](const FetchRowOp& o) { return context.fetchRow(o.row, 0); });
+  return reportResult<FetchRowOp, trace, Calls::Clients>(
+      context, __LINE__, [&](const FetchRowOp& o) { return context.fetchRow(o.row, 0); });
 }
 
 template <Trace trace>
 OpResult FetchRowIndexedOp::op(Context& context) {
-  return reportResult<FetchRowIndexedOp, trace>(
+  return reportResult<FetchRowIndexedOp, trace, Calls::Clients>(
       context, __LINE__, [&](const FetchRowIndexedOp& o) { return context.fetchRow(o.row, o.index); });
 }
 
 template <Trace trace>
 OpResult NextRowOp::op(Context& context) {
-  return reportResult<NextRowOp, trace>(context, __LINE__,
-                                        [&](const NextRowOp& o) { return context.nextRow(o.row); });
+  return reportResult<NextRowOp, trace, Calls::Nobody>(
+      context, __LINE__, [&](const NextRowOp& o) { return context.nextRow(o.row); });
 }
 
 template <Trace trace>
 OpResult IsNullRowOp::op(Context& context) {
-  return reportResult<IsNullRowOp, trace>(
+  return reportResult<IsNullRowOp, trace, Calls::Nobody>(
       context, __LINE__, [&](const IsNullRowOp& o) { return context.getRow(o.row).isNull(); });
 }
 

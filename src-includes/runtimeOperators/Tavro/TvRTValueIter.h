@@ -142,6 +142,7 @@ struct TAVRO_EXPORT NextValueOp {
   static constexpr auto shape =
       declareOp<Types<T>, Types<>, Types<bool>>("NextValueOp", "T", "nextValue<0>", OperandKind::IteratorSlot,
                                                 OperandKind::RowSlot, OperandKind::Column);
+  static constexpr bool handsOver = true;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
