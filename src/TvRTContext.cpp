@@ -56,36 +56,34 @@ void Context::clear(bool full) {
 
 Context::ContextState Context::execute() {
   running = true;
-  std::size_t pc = stream.programCounter();
-  for (PlainOutcome outcome(OpOk, pc);;) {
+  for (PlainOutcome outcome(OpOk, stream.programCounter());;) {
     // Asked anew for every instruction: a level may be turned on while a program runs. And the handlers with
     // trace sites mind where they read, which those without do not behind the stream.
-    if (!Kelpo::DebugHandler::anyLevelOn() && stream.isPlain(outcome)) [[likely]] {
-      pc = outcome.pc();
-      outcome = stream.executePlain(*this, pc);
-    } else if (outcome.goesOn()) {
-      pc = outcome.pc();
+    if (!Kelpo::DebugHandler::anyLevelOn() && stream.isPlain(outcome)) [[likely]]
+      outcome = stream.executePlain(*this, outcome.pc());
+    else if (outcome.goesOn())
       outcome = executeTraced();
-    } else {
-      return outcome.result() == OpOk ? Ready : endRun(static_cast<len_t>(pc), outcome.result());
-    }
+    else
+      return outcome.result() == OpOk ? Ready : endRun(outcome);
   }
 }
 
 PlainOutcome Context::executeTraced() {
   const len_t ppc = stream.programCounter();
   const OpResult result = stream.executeAtPC(*this);
-  if (result == OpOk)
-    Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "execute", executeSignature,
-                 " ppc: ", ppc);
-  return {result, stream.programCounter(), running};
+  if (result != OpOk) return {result, ppc};
+  Kelpo::trace(debug.handler(), traceDetail, sourceName, __LINE__, "execute", executeSignature,
+               " ppc: ", ppc);
+  return {OpOk, stream.programCounter(), running};
 }
 
-Context::ContextState Context::endRun(len_t ppc, OpResult result) {
+Context::ContextState Context::endRun(PlainOutcome outcome) {
+  const OpResult result = outcome.result();
   if (result == OpSuspend)
     stream.programCounterIs(static_cast<len_t>(stream.programCounter() - IStream::handlerSlotWidth));
   Kelpo::trace(debug.handler(), traceFailures, sourceName, __LINE__, "execute", [&](std::ostream& text) {
-    text << executeSignature << " instruction failed at " << ppc << ":" << static_cast<int>(result);
+    text << executeSignature << " instruction failed at " << outcome.endedAt() << ":"
+         << static_cast<int>(result);
   });
   if (result == OpFailed) return state = Failed;
   if (result == OpSuspend) return state = Suspended;

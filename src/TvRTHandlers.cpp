@@ -87,9 +87,10 @@ std::string InstructionInfo::installSignature() const {
 PlainOutcome Handlers::runTraced(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
   stream.programCounterIs(static_cast<len_t>(pc));
-  const HandlerNumber number = stream.handlerAt(static_cast<len_t>(pc - IStream::handlerSlotWidth));
-  const OpResult result = HandlerTable::at(number)(context);
-  return {result, stream.programCounter(), context.isRunning()};
+  const auto offset = static_cast<len_t>(pc - IStream::handlerSlotWidth);
+  const OpResult result = HandlerTable::at(stream.handlerAt(offset))(context);
+  if (result != OpOk) return {result, offset};
+  return {OpOk, stream.programCounter(), context.isRunning()};
 }
 
 constinit std::array<Handler, HandlerTable::capacity> HandlerTable::traced =

@@ -279,7 +279,7 @@ class TAVRO_EXPORT Context {
   [[gnu::cold]] void enterTraced(len_t label);
   [[noreturn, gnu::cold]] void throwNotReady() const;
   PlainOutcome executeTraced();
-  ContextState endRun(len_t ppc, OpResult result);
+  ContextState endRun(PlainOutcome outcome);
   len_t findRowEntry(len_t table) const;
   BaseRow& slotToReplace(len_t index) {
     const auto slot = rows.begin() + index;

@@ -33,7 +33,7 @@ inline constexpr OpResult followed = static_cast<OpResult>(-2);
 using Handler = OpResult (*)(Context&);
 
 // What a plain handler leaves behind, in one register: its result, the offset at which the run goes on, and
-// whether it does.
+// whether it does. With a result other than OpOk it does not, and the offset is that of the instruction.
 class PlainOutcome {
  public:
   PlainOutcome(OpResult result, std::size_t pc, bool isRunning = true)
@@ -46,6 +46,8 @@ class PlainOutcome {
   OpResult result() const { return static_cast<OpResult>(static_cast<std::int32_t>(bits_ >> 32)); }
   // Of a run that goes on.
   std::size_t pc() const { return static_cast<std::size_t>(bits_); }
+  // Of a run that does not.
+  len_t endedAt() const { return static_cast<len_t>(bits_); }
 
  private:
   static constexpr unsigned ended = 0x10000;

@@ -130,6 +130,8 @@ class TAVRO_EXPORT IStream {
   }
 
   len_t programCounter() const { return static_cast<len_t>(pc); }
+  // The same, as wide as a part of an address.
+  std::size_t counter() const { return pc; }
   // `offset` fits a len_t.
   void programCounterIs(std::size_t offset) { pc = offset; }
   len_t maxLoc() const { return length; }

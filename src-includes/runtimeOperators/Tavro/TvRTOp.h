@@ -112,8 +112,10 @@ template <typename Op>
   const OpResult result = Op::template op<Trace::Off>(context);
   if (result == leftToTraced) [[unlikely]]
     return Handlers::runTraced(context, pc);
-  if (result == followed) return {OpOk, stream.programCounter()};
-  return {result, movesCounter<Op>() ? stream.programCounter() : pc, !endsRun<Op>() || context.isRunning()};
+  if (result != OpOk && result != followed) [[unlikely]]
+    return {result, stream.counter() - IStream::handlerSlotWidth};
+  return {OpOk, movesCounter<Op>() || result == followed ? stream.counter() : pc,
+          !endsRun<Op>() || context.isRunning()};
 }
 
 // Both handlers of an instruction class.
