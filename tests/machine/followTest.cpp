@@ -139,5 +139,12 @@ TEST(FollowTest, AFullStackRefusesTheResult) {
     });
 }
 
+TEST(FollowTest, AStackBelowItsBaseIsEmptyForWhatFollows) {
+  expectTheSame(withEnds("isNullRow 0\ndiscard<double>\nisNullRow 2\ncondBranch taken\n"));
+  expectTheSame(withEnds(
+      "isNullRow 0\ndiscard<double>\ncompareColumn<double> 2, 8, 1, 8\ncompareBranch taken, taken\n"));
+  expectTheSame(withEnds("isNullRow 0\npushCnst<uint64_t> 0\ngt<uint64_t>\ninvCondBranch taken\n"));
+}
+
 }  // namespace
 }  // namespace Tavro::TvRT

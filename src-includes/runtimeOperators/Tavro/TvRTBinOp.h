@@ -33,6 +33,9 @@ template <typename T, typename Left, typename Right, typename Result, Trace trac
 inline OpResult runBinOp(Context& context, const char* className, const Compute& compute) {
   Stack& stack = context.stackR();
   const std::size_t pc = context.istream().programCounter();
+  if constexpr (trace == Trace::Off)
+    if (!stack.hasPair<Right, Left>()) [[unlikely]]
+      return leftToTraced;
   const auto [right, left] = stack.popPair<Right, Left, trace>();
   const StackValue<Result> result = compute(left, right);
   traceOp<trace>(binOpSource, __LINE__, className, writeTypes<T>, " ( ", left, ", ", right, " ) = ", result);

@@ -188,7 +188,7 @@ inline OpResult compareFields(Context& context, const char* name, const char* si
   const Operands<Op, trace> operands(context);
   if constexpr (trace == Trace::Off)
     if (!context.hasRow(operands->row) || !context.hasRow(operands->otherRow) ||
-        !context.stackR().hasRoomFor<StackValue<Result>>()) [[unlikely]]
+        !context.stackR().canPushAndPop<StackValue<Result>>()) [[unlikely]]
       return leftToTraced;
   const BaseRow& firstRow = context.getRow(operands->row);
   const BaseRow& secondRow = context.getRow(operands->otherRow);

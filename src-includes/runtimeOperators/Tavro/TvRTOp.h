@@ -213,8 +213,8 @@ inline bool handOverTo(Context& context, std::size_t pc, const StackValue<Value>
   return true;
 }
 
-// Hands a result over to the instruction at `pc`, if it is one of those. There is room for it on the stack,
-// where it leaves its bytes.
+// Hands a result over to the instruction at `pc`, if it is one of those. The result could be pushed on the
+// stack, where it leaves its bytes, and popped.
 template <typename... Followers, typename Value>
 inline bool handOver(Types<Followers...>, Context& context, [[maybe_unused]] std::size_t pc,
                      const StackValue<Value>& result) {
@@ -228,7 +228,7 @@ inline OpResult pushResult(Context& context, const Operands<Op, trace>& operands
                            const StackValue<Value>& result, Followers followers) {
   Stack& stack = context.stackR();
   if constexpr (trace == Trace::Off)
-    if (stack.hasRoomFor<StackValue<Value>>()) [[likely]]
+    if (stack.canPushAndPop<StackValue<Value>>()) [[likely]]
       if (handOver(followers, context, operands.next(), result)) [[likely]]
         return followed;
   stack.push<trace>(result);

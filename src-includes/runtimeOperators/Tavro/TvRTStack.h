@@ -155,6 +155,12 @@ class TAVRO_EXPORT Stack {
     place(value);
   }
 
+  // Whether the two topmost slots lie above `base`, all of them.
+  template <typename Top, typename Next>
+  bool hasPair() const {
+    return top - base >= static_cast<std::ptrdiff_t>(sizeof(Pair<Top, Next>));
+  }
+
   // Leaves the bytes that a push and a pop of the value would. There is room.
   template <typename T>
   void leaveBehindTop(const StackValue<T>& value) {
@@ -167,6 +173,11 @@ class TAVRO_EXPORT Stack {
   template <typename Entry>
   bool hasRoomFor() const {
     return limit >= top + sizeof(Entry::value);
+  }
+  // Whether a push of such an entry succeeds, and a pop of it too: below `base` that finds an empty stack.
+  template <typename Entry>
+  bool canPushAndPop() const {
+    return static_cast<std::size_t>(top - base) <= blockSize - sizeof(Entry::value);
   }
   // Bytes on the stack, not values.
   unsigned int depth() const { return static_cast<unsigned int>(top - base); }
