@@ -137,6 +137,7 @@ void ArrivalIndex::goOnAt(std::uint64_t arrival) {
     (last_ == nullptr ? first_ : last_->next) = chunk;
     Chunk* const former = std::exchange(last_, chunk);
     if (former != nullptr && former->isEmpty()) release(*former);
+    nextArrival_ = arrival;
   } else {
     for (; nextArrival_ < arrival; ++nextArrival_) last_->addGap(last_->placeOf(*last_->end++));
   }
