@@ -63,8 +63,12 @@ class InterfaceState {
 
   // A writer's state of blocking, as its table changes it.
   void blockedIs(bool blocked) noexcept;
+  bool isBlocked() const { return blocked_; }
   // True from a refused row until the writer is told that it can go on.
   bool isHeld() const { return blocked_ || noticesDue_ > 0; }
+  bool isOfClientOf(const InterfaceState& other) const {
+    return client_ != nullptr && client_ == other.client_;
+  }
   // True while a reader that belongs to another client than `writer` has not asked for changes yet.
   bool isToComeFor(const Client* writer) const;
   // Whether a writer has filled its table.

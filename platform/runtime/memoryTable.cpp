@@ -335,14 +335,17 @@ void MemoryTable::considerWriters() noexcept {
   for (InterfaceState* const writer : writers_) writer->consider();
 }
 
-std::size_t MemoryTable::undelivered() const {
+// A writer's own client hears of what it has written once it has done with it: to wait for that would be to
+// wait for itself.
+std::size_t MemoryTable::undeliveredBy(const InterfaceState& writer) const {
   std::size_t most = 0;
-  for (const InterfaceState* const reader : readers_) most = std::max(most, reader->undelivered());
+  for (const InterfaceState* const reader : readers_)
+    if (!reader->isOfClientOf(writer)) most = std::max(most, reader->undelivered());
   return most;
 }
 
 void MemoryTable::requireRoom(InterfaceState& writer) {
-  if (capacity_ == 0 || undelivered() < capacity_) return;
+  if (capacity_ == 0 || undeliveredBy(writer) < capacity_) return;
   writer.blockedIs(true);
   hasBlocked_ = true;
   ++refusals_;
@@ -352,9 +355,15 @@ void MemoryTable::requireRoom(InterfaceState& writer) {
 
 // Writers go on once a quarter of a large capacity is free, since every stop costs them a suspended run.
 void MemoryTable::unblockWriters() noexcept {
-  if (capacity_ != 0 && undelivered() + std::max<std::size_t>(1, capacity_ / 4) > capacity_) return;
+  const std::size_t free = std::max<std::size_t>(1, capacity_ / 4);
   hasBlocked_ = false;
-  for (InterfaceState* const writer : writers_) writer->blockedIs(false);
+  for (InterfaceState* const writer : writers_) {
+    if (!writer->isBlocked()) continue;
+    if (capacity_ != 0 && undeliveredBy(*writer) + free > capacity_)
+      hasBlocked_ = true;
+    else
+      writer->blockedIs(false);
+  }
 }
 
 }  // namespace Tavro

@@ -92,7 +92,7 @@ class MemoryTable final : public Table {
 
   void unblockWriters() noexcept;
   void requireRoom(InterfaceState& writer);
-  std::size_t undelivered() const;
+  std::size_t undeliveredBy(const InterfaceState& writer) const;
 
   IndexEntry* inFirstIndex(IndexEntry& entry, std::size_t index) const;
   Meeting meet(const BaseRow& row, IndexEntry* stored) const;

@@ -98,8 +98,9 @@ class TAVRO_EXPORT Table {
   // TvOutOfRange is thrown when the result does not fit the table or has the key of a further row.
   virtual void autoUpdateIs(TvPtr<RowOpsBase> rules) = 0;
 
-  // The number of insertions that may stand undelivered to the slowest reader before the table blocks its
-  // writers; 0, the default, for no limit. Readers that were never activated do not count.
+  // The number of insertions that may stand undelivered to the slowest reader before the table blocks a
+  // writer; 0, the default, for no limit. Readers that were never activated do not count, nor do those of the
+  // writer's own client.
   virtual void capacityIs(std::size_t rows) = 0;
   // How often the table has refused a row because of its capacity.
   virtual std::size_t refusals() const = 0;
