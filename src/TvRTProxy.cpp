@@ -90,6 +90,7 @@ void Proxy::enable() {
   TableBindInfo* const outInfo = context->outTable();
   const auto tables = static_cast<std::size_t>(context->tbisEnd() - context->tbisBegin());
   inputs.resize(tables);
+  rowIters.resize(tables);
   for (auto info = context->inputTablesBegin(); info != context->inputTablesEnd(); ++info) {
     if (*info == nullptr || (*info)->index == 0) continue;
     const len_t index = (*info)->index;
@@ -104,7 +105,6 @@ void Proxy::enable() {
   constexpr void (Proxy::*noRowHandler)(const BaseRow&) = nullptr;
   output = new TvTableInterface(outKey + "-Output", outInfo->alias, TvTableInterface::writeMode, this,
                                 &Proxy::outputReady, noRowHandler, noRowHandler, &Proxy::outputBlock);
-  rowIters.resize(inputs.size());
   for (std::size_t index = 0; index < inputs.size(); ++index)
     rowIters[index].isInput = inputs[index] != nullptr;
   applyParameters();
@@ -175,8 +175,9 @@ void Proxy::finish() {
                  [](std::ostream& text) { text << " end of onReady input for standing query"; });
     forEachInput([](TvTableInterface& interface) { interface.activate(false); });
   } else {
-    Kelpo::trace(proxyDebugHandler, traceDetail, sourceName, __LINE__, "finish", [](std::ostream& text) {
-      text << sourceName << ":" << __LINE__ << " end of onReady input for oneShot query";
+    constexpr int line = __LINE__;
+    Kelpo::trace(proxyDebugHandler, traceDetail, sourceName, line, "finish", [](std::ostream& text) {
+      text << sourceName << ":" << line << " end of onReady input for oneShot query";
     });
     insertRow(BaseRow());
   }
