@@ -52,7 +52,8 @@ void IStream::growTo(std::uint32_t newCapacity) {
   }
   std::memset(code + capacity, 0, needed - capacity);
   capacity = newCapacity;
-  constexpr std::uint32_t lastWithOperands = std::numeric_limits<len_t>::max() - handlerSlotWidth;
+  constexpr std::uint32_t lastWithOperands =
+      std::numeric_limits<len_t>::max() - handlerSlotWidth - widestOperands;
   lastPlain = std::min(newCapacity, lastWithOperands);
 }
 

@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <sstream>
+#include <utility>
 
 #include "Tavro/TvRTStack.h"
 #include "Tavro/TvRTTypes.h"
+#include "failure.h"
 #include "listing.h"
 #include "program.h"
 #include "tablePrinter.h"
@@ -32,6 +35,8 @@ std::string rowText(const Context& context, unsigned int slot) {
   const TvRT::TableBindInfo* const info = context.tableBindInfo(static_cast<len_t>(slot));
   std::string text = "row " + std::to_string(slot);
   if (info == nullptr) return text;
+  // The pseudo rows have one alias, and each its name in a namespace of theirs.
+  if (slot >= boundTables(context)) return text + " " + info->name.substr(info->name.rfind(':') + 1);
   return text + " " + (info->alias.empty() ? info->name : info->alias);
 }
 
@@ -46,9 +51,9 @@ std::string constantText(const InstructionInfo& info, const unsigned char* bytes
   TvRT::withColumnType(info.arguments[0].code, [&]<typename T>() {
     T value;
     std::memcpy(static_cast<void*>(&value), bytes, sizeof value);
-    text << TvRT::StackValue<TvRT::StackTypeOf<T>>(TvRT::widen(value), false);
+    text << TvRT::StackValue<TvRT::StackTypeOf<T>>(TvRT::widen<T>(value), false);
   });
-  return text.str();
+  return oneLine(text.str());
 }
 
 std::string operandText(const Context& context, const InstructionInfo& info, const ListedOperand& operand) {
@@ -96,19 +101,20 @@ std::string effectText(const InstructionInfo& info) {
 }
 
 void printTables(const Context& context) {
-  for (auto info = context.tbisBegin(); info != context.tbisEnd(); ++info) {
-    if (*info == nullptr) continue;
-    const auto slot = static_cast<std::size_t>(info - context.tbisBegin());
-    print((slot == 0 ? "output     row " : "input      row ") + std::to_string(slot) + "  " + (*info)->name +
-          "  as " + (*info)->alias + ", " + std::to_string((*info)->len) + " bytes");
+  for (len_t slot = 0; slot < boundTables(context); ++slot) {
+    const TvRT::TableBindInfo* const info = context.tableBindInfo(slot);
+    if (info == nullptr) continue;
+    print((slot == 0 ? "output     row " : "input      row ") + std::to_string(slot) + "  " + info->name +
+          (info->alias.empty() ? "" : "  as " + info->alias) + ", " + std::to_string(info->len) + " bytes");
   }
 }
 
 void printParameters(const Context& context) {
-  std::map<len_t, std::string> lines;
+  std::set<std::pair<len_t, std::string>> lines;
   for (const auto& [name, column] : context.parameterColumns())
-    lines[column.offset()] = name + "  " + getTavroTypeName(static_cast<TavroTypes>(column.tvType())) +
-                             (column.isArray() ? "[]" : "") + " at " + std::to_string(column.offset());
+    lines.emplace(column.offset(), name + "  " + getTavroTypeName(static_cast<TavroTypes>(column.tvType())) +
+                                       (column.isArray() ? "[]" : "") + " at " +
+                                       std::to_string(column.offset()));
   for (const auto& [offset, line] : lines) print("parameter  " + line);
 }
 

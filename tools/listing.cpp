@@ -63,6 +63,11 @@ bool ListedLabel::isEntry() const {
          std::find(watchNames.begin(), watchNames.end(), rest) != watchNames.end();
 }
 
+len_t boundTables(const TvRT::Context& context) {
+  const bool hasPseudoRows = context.tempRowIndex() != 0;
+  return hasPseudoRows ? context.keyRowIndex() : static_cast<len_t>(context.tbisSize());
+}
+
 std::vector<ListedLabel> listLabels(const TvRT::Context& context) {
   std::vector<ListedLabel> labels;
   const std::vector<len_t>& offsets = context.istream().labelTable();

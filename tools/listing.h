@@ -8,6 +8,9 @@
 
 namespace Tavro::Tool {
 
+// How many slots the program has for tables: the pseudo rows stand behind them, once there was an `end`.
+len_t boundTables(const TvRT::Context& context);
+
 // One operand of an instruction in the stream.
 struct ListedOperand {
   TvRT::OperandKind kind;

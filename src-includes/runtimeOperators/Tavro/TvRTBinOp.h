@@ -22,7 +22,7 @@ template <typename Result>
 constexpr auto followersOfResult() {
   if constexpr (std::is_same_v<Result, bool>)
     return Branches();
-  else if constexpr (std::is_arithmetic_v<Result>)
+  else if constexpr (std::is_arithmetic_v<Result> && std::is_same_v<Result, StackTypeOf<Result>>)
     return Types<PopColumnOp<Result, Result>>();
   else
     return Types<>();

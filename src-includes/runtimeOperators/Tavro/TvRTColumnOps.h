@@ -68,7 +68,7 @@ struct TAVRO_EXPORT EqualColumnOp {
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
       "EqualColumnOp", "T", "equalColumn<0>", OperandKind::RowSlot, OperandKind::Column, OperandKind::RowSlot,
       OperandKind::Column);
-  static constexpr bool handsOver = true;
+  static constexpr OpTrait traits = handsOver;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -90,7 +90,7 @@ struct TAVRO_EXPORT EqualAryColumnOp {
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<bool>>(
       "EqualAryColumnOp", "T", "equalAryColumn<0>", OperandKind::RowSlot, OperandKind::Column,
       OperandKind::RowSlot, OperandKind::Column);
-  static constexpr bool handsOver = true;
+  static constexpr OpTrait traits = handsOver;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -113,7 +113,7 @@ struct TAVRO_EXPORT CompareColumnOp {
   static constexpr auto shape = declareOp<Types<T>, Types<>, Types<signed char>>(
       "CompareColumnOp", "T", "compareColumn<0>", OperandKind::RowSlot, OperandKind::Column,
       OperandKind::RowSlot, OperandKind::Column);
-  static constexpr bool handsOver = true;
+  static constexpr OpTrait traits = handsOver;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, columnOpsSource, __LINE__);
@@ -154,8 +154,8 @@ inline OpResult copyField(Context& context, void (*traceCopy)(const Op&, const V
   } else {
     context.getRow(operands->row).getColumn(operands->column, value);
     traceCopy(*operands.operator->(), value);
-    BaseRow& to = context.getRow(operands->toRow);
-    to.setColumn(operands->toColumn, value, context.fixedLength(operands->toRow));
+    const len_t fixedLength = context.fixedLength(operands->toRow);
+    context.getRow(operands->toRow).setColumn(operands->toColumn, value, fixedLength);
   }
   operands.step();
   return OpOk;
@@ -164,7 +164,7 @@ inline OpResult copyField(Context& context, void (*traceCopy)(const Op&, const V
 template <typename T>
 template <Trace trace>
 OpResult CopyColumnOp<T>::op(Context& context) {
-  return copyField<CopyColumnOp, T, trace>(context, [](const CopyColumnOp& o, const T& value) {
+  return copyField<CopyColumnOp, Moved<T>, trace>(context, [](const CopyColumnOp& o, const Moved<T>& value) {
     traceOp<trace>(columnOpsSource, __LINE__, "CopyColumnOp", writeTypes<T>, "( ", o.row, ", ", o.column,
                    ", ", o.toRow, ", ", o.toColumn, " ) --> ", StackValue<T>(value, false));
   });

@@ -32,7 +32,7 @@ struct TAVRO_EXPORT haltOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("haltOp", "", "halt", OperandKind::Unused);
-  static constexpr bool endsRun = true;
+  static constexpr OpTrait traits = endsRun;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);
@@ -137,7 +137,7 @@ struct TAVRO_EXPORT returnOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("returnOp", "", "return", OperandKind::Unused);
-  static constexpr bool endsRun = true;
+  static constexpr OpTrait traits = endsRun;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, ctrlOpsSource, __LINE__);

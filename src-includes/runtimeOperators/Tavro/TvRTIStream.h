@@ -22,11 +22,13 @@ inline constexpr const char* istreamSource = "../src-includes/runtimeOperators/T
 //   operand block   fixed width   the bytes of the instruction object
 //
 // Offsets are 16 bits wide and nothing tests for a program that is longer. Behind `capacity` stand zeroed
-// bytes for a handler slot and the widest operand block, so a stray `pc` reads zeros or bytes of the stream.
+// bytes for a handler slot, the widest operand block and the slot behind it, so a stray `pc` reads zeros or
+// bytes of the stream.
 class TAVRO_EXPORT IStream {
  public:
   static constexpr len_t handlerSlotWidth = 4;
-  static constexpr std::size_t guardSize = 32;
+  static constexpr len_t widestOperands = 24;
+  static constexpr std::size_t guardSize = 2 * handlerSlotWidth + widestOperands;
 
   class __kelpoDebug : public Kelpo::DebugSupport {
    public:

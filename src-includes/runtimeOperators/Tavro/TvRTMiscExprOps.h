@@ -29,7 +29,7 @@ template <typename T>
 struct TAVRO_EXPORT CondExprOp {
   static constexpr auto shape =
       declareOp<Types<T>, Types<T, bool, T>, Types<T>>("CondExprOp", "T", "condExpr<0>");
-  static constexpr bool movesCounter = true;
+  static constexpr OpTrait traits = movesCounter;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, miscExprOpsSource, __LINE__);

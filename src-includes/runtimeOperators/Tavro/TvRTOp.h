@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <iomanip>
 #include <limits>
@@ -72,28 +71,17 @@ void writeTypes(std::ostream& text) {
 // Offset that stands for the operand block of an instruction without one.
 inline constexpr len_t noOperandBlock = 65535;
 
-// Some classes say something of themselves that the handlers without trace sites go by:
-// - `movesCounter`: moves `pc`, although it has no operands to step over;
-// - `endsRun`: may end the run, and steps over nothing;
-// - `handsOver`: ends with pushResult, which asks itself whether a slot follows.
+// What a class may say of itself, in a member `traits`. The handlers without trace sites go by it.
+enum OpTrait : unsigned {
+  movesCounter = 1,  // moves `pc`, although it has no operands to step over
+  endsRun = 2,       // may end the run, and steps over nothing
+  handsOver = 4,     // ends with pushResult, which asks itself whether a slot follows
+  callsClients = 8,  // tables call what a client wrote, which may halt the run or turn a level on
+};
 template <typename Op>
-constexpr bool movesCounter() {
-  if constexpr (requires { Op::movesCounter; })
-    return Op::movesCounter;
-  else
-    return operandWidth<Op> != 0;
-}
-template <typename Op>
-constexpr bool endsRun() {
-  if constexpr (requires { Op::endsRun; })
-    return Op::endsRun;
-  else
-    return false;
-}
-template <typename Op>
-constexpr bool handsOver() {
-  if constexpr (requires { Op::handsOver; })
-    return Op::handsOver;
+constexpr bool has(OpTrait trait) {
+  if constexpr (requires { Op::traits; })
+    return (Op::traits & trait) != 0;
   else
     return false;
 }
@@ -104,7 +92,8 @@ constexpr bool handsOver() {
 template <typename Op>
 [[gnu::flatten]] PlainOutcome runPlain(Context& context, std::size_t pc) {
   IStream& stream = context.istream();
-  if constexpr (operandWidth<Op> != 0 && !endsRun<Op>() && !handsOver<Op>())
+  constexpr bool hasOperands = operandWidth<Op> != 0;
+  if constexpr (hasOperands && !has<Op>(endsRun) && !has<Op>(handsOver))
     if (!stream.hasSlotAt(pc + operandWidth<Op>)) [[unlikely]]
       return Handlers::runTraced(context, pc);
   if (pc > std::numeric_limits<len_t>::max() - operandWidth<Op>) __builtin_unreachable();
@@ -114,24 +103,28 @@ template <typename Op>
     return Handlers::runTraced(context, pc);
   if (result != OpOk && result != followed) [[unlikely]]
     return {result, stream.counter() - IStream::handlerSlotWidth};
-  return {OpOk, movesCounter<Op>() || result == followed ? stream.counter() : pc,
-          !endsRun<Op>() || context.isRunning()};
+  const bool hasMoved = hasOperands || has<Op>(movesCounter) || result == followed;
+  const std::size_t next = hasMoved ? stream.counter() : pc;
+  if ((has<Op>(endsRun) || has<Op>(callsClients)) && !context.isRunning()) [[unlikely]]
+    return {OpOk, next, false};
+  return {OpOk, next};
 }
 
 // Both handlers of an instruction class.
 template <typename Op>
 inline constexpr Handlers handlersOf{&Op::template op<Trace::On>, &runPlain<Op>};
 
-// The number of an instruction class once it has been given out; one that never is, before.
-template <typename Op>
-[[gnu::visibility("hidden")]] inline std::atomic<HandlerNumber> givenNumber = HandlerTable::base;
-
 // The number of an instruction class, asked for once.
 template <typename Op>
 HandlerNumber handlerNumber() {
-  static const HandlerNumber number = givenNumber<Op> = HandlerTable::numberOf(handlersOf<Op>, &describe<Op>);
+  static const HandlerNumber number = HandlerTable::numberOf(handlersOf<Op>, &describe<Op>);
   return number;
 }
+
+// The same for a class that is looked for behind others: given out before anything runs, so that no bytes are
+// taken for it.
+template <typename Op>
+[[gnu::visibility("hidden")]] inline const HandlerNumber followerNumber = handlerNumber<Op>();
 
 inline void appendHandler(Context& context, HandlerNumber number) {
   context.append(IStream::handlerSlotWidth, reinterpret_cast<const unsigned char*>(&number));
@@ -144,6 +137,7 @@ inline void appendHandler(Context& context, const Handlers& handlers, Describe d
 // Writes the instruction to the end of the stream and returns the offset of its operand block.
 template <typename Op>
 len_t installInstruction(Context& context, const Op& instruction, const char* source, int line) {
+  static_assert(operandWidth<Op> <= IStream::widestOperands);
   appendHandler(context, handlerNumber<Op>());
   len_t offset = noOperandBlock;
   if constexpr (operandWidth<Op> != 0)
@@ -170,7 +164,7 @@ class Operands {
 
   // Moves `pc` behind the operands. A plain handler runs only where a slot follows.
   void step() const {
-    if constexpr (trace == Trace::Off && !handsOver<Op>())
+    if constexpr (trace == Trace::Off && !has<Op>(handsOver))
       stream_.programCounterIs(pc_ + operandWidth<Op>);
     else
       stream_.stepFrom(pc_, operandWidth<Op>);
@@ -201,7 +195,7 @@ inline bool handOverTo(Context& context, std::size_t pc, const StackValue<Value>
   IStream& stream = context.istream();
   const std::size_t operands = pc + IStream::handlerSlotWidth;
   std::size_t next = operands + operandWidth<Follower>;
-  if (stream.plainNumberAt(pc) != givenNumber<Follower>.load(std::memory_order_relaxed)) [[unlikely]]
+  if (stream.plainNumberAt(pc) != followerNumber<Follower>) [[unlikely]]
     return false;
   if (!stream.hasSlotAt(next)) [[unlikely]]
     return false;

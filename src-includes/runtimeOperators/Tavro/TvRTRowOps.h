@@ -21,7 +21,7 @@ struct TAVRO_EXPORT FetchRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<bool>>("FetchRowOp", "", "fetchRow", OperandKind::RowSlot);
-  static constexpr bool handsOver = true;
+  static constexpr unsigned traits = handsOver | callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -37,7 +37,7 @@ struct TAVRO_EXPORT FetchRowIndexedOp {
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<bool>>(
       "FetchRowIndexedOp", "", "fetchRowIndexed", OperandKind::RowSlot, OperandKind::Index);
-  static constexpr bool handsOver = true;
+  static constexpr unsigned traits = handsOver | callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -80,6 +80,7 @@ struct TAVRO_EXPORT LowerBoundOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("LowerBoundOp", "", "lowerBound", OperandKind::RowSlot);
+  static constexpr OpTrait traits = callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -95,6 +96,7 @@ struct TAVRO_EXPORT LowerBoundIndexedOp {
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>(
       "LowerBoundIndexedOp", "", "lowerBoundIndexed", OperandKind::RowSlot, OperandKind::Index);
+  static constexpr OpTrait traits = callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -109,7 +111,7 @@ struct TAVRO_EXPORT NextRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<bool>>("NextRowOp", "", "nextRow", OperandKind::RowSlot);
-  static constexpr bool handsOver = true;
+  static constexpr OpTrait traits = handsOver;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -126,6 +128,7 @@ struct TAVRO_EXPORT InsertRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("InsertRowOp", "", "insertRow", OperandKind::RowSlot);
+  static constexpr OpTrait traits = callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -140,6 +143,7 @@ struct TAVRO_EXPORT DeleteRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<>>("DeleteRowOp", "", "deleteRow", OperandKind::RowSlot);
+  static constexpr OpTrait traits = callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -155,6 +159,7 @@ struct TAVRO_EXPORT DeleteRowIndexedOp {
 
   static constexpr auto shape = declareOp<Types<>, Types<>, Types<>>(
       "DeleteRowIndexedOp", "", "deleteRowIndexed", OperandKind::RowSlot, OperandKind::Index);
+  static constexpr OpTrait traits = callsClients;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -169,7 +174,7 @@ struct TAVRO_EXPORT IsNullRowOp {
 
   static constexpr auto shape =
       declareOp<Types<>, Types<>, Types<bool>>("IsNullRowOp", "", "isNullRow", OperandKind::RowSlot);
-  static constexpr bool handsOver = true;
+  static constexpr OpTrait traits = handsOver;
 
   len_t install(Context& context) const { return installInstruction(context, *this, rowOpsSource, __LINE__); }
   template <Trace trace = Trace::On>
@@ -188,19 +193,16 @@ struct CallText {
   }
 };
 
-// Whom the work of an instruction may call: a lookup compares by the operations of an index, which a client
-// may have written.
-enum class Calls { Nobody, Clients };
-
 // Instructions that report a result trace after the work, so that the result is in the line.
-template <typename Op, Trace trace, Calls calls, typename Work>
+template <typename Op, Trace trace, typename Work>
 inline OpResult reportResult(Context& context, int line, const Work& work) {
   const Operands<Op, trace> operands(context);
   const StackValue<bool> result(work(*operands.operator->()), false);
   traceOp<trace>(rowOpsSource, line, CallText<Op>{*operands.operator->()}, " = ", result);
-  // A client may have turned a level on, which the next instruction has to show.
-  if (calls == Calls::Clients && Kelpo::DebugHandler::anyLevelOn()) [[unlikely]]
-    return pushResult(context, operands, result, Types<>());
+  // Whether the next instruction has to show, or to wait.
+  if constexpr (has<Op>(callsClients))
+    if (Kelpo::DebugHandler::anyLevelOn() || !context.isRunning()) [[unlikely]]
+      return pushResult(context, operands, result, Types<>());
   return pushResult(context, operands, result, Branches());
 }
 
@@ -216,25 +218,25 @@ inline OpResult changeRows(Context& context, int line, const Work& work) {
 
 template <Trace trace>
 OpResult FetchRowOp::op(Context& context) {
-  return reportResult<FetchRowOp, trace, Calls::Clients>(
-      context, __LINE__, [&](const FetchRowOp& o) { return context.fetchRow(o.row, 0); });
+  return reportResult<FetchRowOp, trace>(context, __LINE__,
+                                         [&](const FetchRowOp& o) { return context.fetchRow(o.row, 0); });
 }
 
 template <Trace trace>
 OpResult FetchRowIndexedOp::op(Context& context) {
-  return reportResult<FetchRowIndexedOp, trace, Calls::Clients>(
+  return reportResult<FetchRowIndexedOp, trace>(
       context, __LINE__, [&](const FetchRowIndexedOp& o) { return context.fetchRow(o.row, o.index); });
 }
 
 template <Trace trace>
 OpResult NextRowOp::op(Context& context) {
-  return reportResult<NextRowOp, trace, Calls::Nobody>(
-      context, __LINE__, [&](const NextRowOp& o) { return context.nextRow(o.row); });
+  return reportResult<NextRowOp, trace>(context, __LINE__,
+                                        [&](const NextRowOp& o) { return context.nextRow(o.row); });
 }
 
 template <Trace trace>
 OpResult IsNullRowOp::op(Context& context) {
-  return reportResult<IsNullRowOp, trace, Calls::Nobody>(
+  return reportResult<IsNullRowOp, trace>(
       context, __LINE__, [&](const IsNullRowOp& o) { return context.getRow(o.row).isNull(); });
 }
 

@@ -84,7 +84,7 @@ struct TAVRO_EXPORT PopColumnOp {
   static constexpr auto shape = declareOp<Types<CT, ST>, Types<ST>, Types<>>(
       "PopColumnOp", "CT, ST", "popColumn<0>", OperandKind::RowSlot, OperandKind::Column);
 
-  static void setColumnValue(Context& context, len_t row, len_t column, const CT& value);
+  static void setColumnValue(Context& context, len_t row, len_t column, const Moved<CT>& value);
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, stackOpsSource, __LINE__);
@@ -230,9 +230,9 @@ inline void storeInRow(Context& context, len_t row, len_t column, const Value& v
 template <typename CT, typename ST>
 inline StackValue<ST> PushColumnOp<CT, ST>::getColumnValue(Context& context, len_t row, len_t column) {
   const BaseRow& from = context.getRow(row);
-  CT value;
+  Moved<CT> value;
   from.getColumn(column, value);
-  return {widen(value), from.isNull()};
+  return {widen<CT>(value), from.isNull()};
 }
 
 template <typename T>
@@ -245,7 +245,8 @@ inline StackValue<ArrayReference<T>> PushAryColumnOp<T>::getColumnValue(Context&
 }
 
 template <typename CT, typename ST>
-inline void PopColumnOp<CT, ST>::setColumnValue(Context& context, len_t row, len_t column, const CT& value) {
+inline void PopColumnOp<CT, ST>::setColumnValue(Context& context, len_t row, len_t column,
+                                                const Moved<CT>& value) {
   storeInRow(context, row, column, value);
 }
 
@@ -259,8 +260,7 @@ template <typename CT, typename ST>
 template <Trace trace>
 OpResult PushCnstOp<CT, ST>::op(Context& context) {
   const Operands<PushCnstOp, trace> operands(context);
-  const CT constant = narrow<CT>(operands->value);
-  const StackValue<ST> value(widen(constant), false);
+  const StackValue<ST> value(widen<CT>(narrow<CT>(operands->value)), false);
   traceOp<trace>(stackOpsSource, __LINE__, writeName<PushCnstOp>, "( ", value, " )");
   context.stackR().push<trace>(value);
   operands.step();
@@ -321,8 +321,8 @@ inline OpResult popField(Context& context, const Narrow& narrowed) {
 template <typename CT, typename ST>
 template <Trace trace>
 OpResult PushParamOp<CT, ST>::op(Context& context) {
-  return pushParameter<PushParamOp, CT, trace>(
-      context, [](const CT& value) { return StackValue<ST>(widen(value), false); });
+  return pushParameter<PushParamOp, Moved<CT>, trace>(
+      context, [](const Moved<CT>& value) { return StackValue<ST>(widen<CT>(value), false); });
 }
 
 template <typename T>

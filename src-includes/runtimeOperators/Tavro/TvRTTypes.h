@@ -20,7 +20,7 @@ template <typename T>
 TAVRO_EXPORT TavroTypes TvRTTypeValue();
 
 // The platform's name of a type code, or "unknown".
-std::string typeNameOrUnknown(TavroTypes type);
+TAVRO_EXPORT std::string typeNameOrUnknown(TavroTypes type);
 
 // A type of the machine: its code, its name, and how signature texts spell it.
 struct NativeType {
@@ -102,22 +102,20 @@ using StackTypeOf = std::conditional_t<
     std::conditional_t<!std::is_integral_v<CT> || std::is_same_v<CT, bool>, CT,
                        std::conditional_t<std::is_unsigned_v<CT>, unsigned long long, long long>>>;
 
+// A column value as instructions move it: a `bool` as its byte, which need be neither 0 nor 1.
+template <typename CT>
+using Moved = std::conditional_t<std::is_same_v<CT, bool>, unsigned char, CT>;
+
 // A column value on its way to the stack. By value, as below: it may stand in the stream, unaligned.
 template <typename CT>
-inline auto widen(CT value) {
-  if constexpr (std::is_same_v<CT, bool>)
-    return static_cast<unsigned char>(value);
-  else
-    return static_cast<StackTypeOf<CT>>(value);
+inline auto widen(Moved<CT> value) {
+  return static_cast<Moved<StackTypeOf<CT>>>(value);
 }
 
 // A stack value on its way into a column: high bits go without a message.
 template <typename CT, typename ST>
-inline CT narrow(ST value) {
-  if constexpr (std::is_same_v<CT, bool>)
-    return value != 0;
-  else
-    return static_cast<CT>(value);
+inline Moved<CT> narrow(ST value) {
+  return static_cast<Moved<CT>>(value);
 }
 
 // Calls `use.template operator()<CT>()` with the column type of a code. False, and no call, for a code that

@@ -142,7 +142,7 @@ struct TAVRO_EXPORT NextValueOp {
   static constexpr auto shape =
       declareOp<Types<T>, Types<>, Types<bool>>("NextValueOp", "T", "nextValue<0>", OperandKind::IteratorSlot,
                                                 OperandKind::RowSlot, OperandKind::Column);
-  static constexpr bool handsOver = true;
+  static constexpr OpTrait traits = handsOver;
 
   len_t install(Context& context) const {
     return installInstruction(context, *this, valueIterSource, __LINE__);
@@ -217,7 +217,7 @@ template <Trace trace>
 OpResult CurValueOp<CT, ST>::op(Context& context) {
   const Operands<CurValueOp, trace> operands(context);
   const CT element = iteratorAt<CT>(context, operands->slot).lastValue();
-  const StackValue<ST> value(widen(element), false);
+  const StackValue<ST> value(widen<CT>(element), false);
   const auto writeTypePair = [](std::ostream& text) { writeTypeNames(text, nativeTypes<CT, ST>, ", "); };
   traceOp<trace>(valueIterSource, __LINE__, shape.className, writeTypePair, "( ", operands->slot,
                  " ) = ", value);
