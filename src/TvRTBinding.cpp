@@ -5,6 +5,7 @@
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "Tavro/TvRTContext.h"
 #include "Tavro/TvRTProxy.h"
@@ -201,7 +202,13 @@ len_t Context::projRowWC(len_t table, bool upper) const {
   return translateEntry(genWCName(table, upper ? "pru.wc" : "prl.wc"));
 }
 
-void Context::setIterCount(len_t count) { valueIters.resize(std::size_t{count} + 2, nullptr); }
+void Context::setIterCount(len_t count) {
+  const std::size_t slots = std::size_t{count} + 1;
+  // What the entry behind the slots holds does not come into a slot.
+  const std::size_t kept = std::min(slots, valueIters.empty() ? 0 : valueIters.size() - 1);
+  for (std::size_t i = kept; i < valueIters.size(); ++i) delete std::exchange(valueIters[i], nullptr);
+  valueIters.resize(slots + 1, nullptr);
+}
 
 ValueIterBase* Context::getValueAryIter(len_t index) const {
   if (index >= valueIters.size() || valueIters[index] == nullptr) throwNoIterator(index);

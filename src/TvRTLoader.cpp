@@ -232,7 +232,10 @@ class Generators {
         if (known.name == row.statement) bySelector_[selector(known.cat)] = row.generate;
   }
 
-  constexpr Generate at(const opCat& entry) const { return bySelector_[selector(entry)]; }
+  // Null for numbers that no row has.
+  constexpr Generate at(const opCat& entry) const {
+    return selector(entry) < selectorCount ? bySelector_[selector(entry)] : nullptr;
+  }
 
  private:
   static constexpr std::size_t selectorCount = 700;

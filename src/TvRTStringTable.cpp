@@ -7,10 +7,13 @@ namespace Tavro::TvRT {
 unsigned int TvRTStringTable::add(const std::string& text) {
   const auto [entry, isNew] = toOid.try_emplace(text, 0U);
   if (!isNew) return entry->second;
-  toString.push_back(&entry->first);
-  const unsigned int oid = nextOid.fetch_add(1);
-  entry->second = oid;
-  return oid;
+  try {
+    toString.push_back(&entry->first);
+  } catch (...) {
+    toOid.erase(entry);
+    throw;
+  }
+  return entry->second = nextOid.fetch_add(1);
 }
 
 std::string TvRTStringTable::fetch(unsigned int oid) const {

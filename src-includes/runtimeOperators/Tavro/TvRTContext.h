@@ -133,8 +133,8 @@ class TAVRO_EXPORT Context {
   // Makes row slot `index` for a table. A slot that exists keeps its binding.
   void bindTable(len_t index, len_t len, len_t outIndex, const std::string& name, const std::string& alias,
                  const std::string& sig);
-  // Takes the parameter row's length and its columns: "{'name':offset:'type', ...}", "[]" behind the name of
-  // an array.
+  // Takes the parameter row's length and its columns: "{'name':offset:'type',...}", without blanks, and
+  // "[]" behind the name of an array.
   void bindParameters(len_t len, const std::string& text);
   // Constants have no row of their own.
   void bindConstants(len_t, const std::string&) {}

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "Tavro/export.h"
+
 namespace Tavro::TvRT {
 
 // What the assembler knows of a statement.
@@ -133,7 +135,7 @@ inline constexpr std::array opCatalogue{
 
 // The catalogue by exact name, and the names by key. Complete before any program can be loaded, never
 // changed.
-extern const std::unordered_map<std::string, opCat> opCatByName;
-extern const std::unordered_map<int, std::string> opNameByCode;
+TAVRO_EXPORT extern const std::unordered_map<std::string, opCat> opCatByName;
+TAVRO_EXPORT extern const std::unordered_map<int, std::string> opNameByCode;
 
 }  // namespace Tavro::TvRT
