@@ -51,7 +51,7 @@ TvRT::OwnedContext assembleProgram(const TvPtr<TavroDB>& database, const std::st
 
 TvRT::OwnedContext assembleHostedProgram(const TvPtr<TavroDB>& database, const std::string& path) {
   TvRT::OwnedContext context = assembleProgram(database, path);
-  if (context->keyRowIndex() == 0) fail(path + ": the program has no end statement");
+  if (context->tempRowIndex() == 0) fail(path + ": the program has no end statement");
   if (context->outTable() == nullptr) fail(path + ": the program binds no output table (bindTable 0, ...)");
   return context;
 }

@@ -6,6 +6,7 @@
 
 #include "Tavro/TvRTIndexRowOps.h"
 #include "failure.h"
+#include "listing.h"
 
 namespace Tavro::Tool {
 
@@ -48,9 +49,7 @@ class NamedRowOps final : public RowOpsBase {
 };
 
 ProgramTable operandOf(const TvRT::Context& context, len_t slot, const std::string& path) {
-  // Behind the tables stand the pseudo rows.
-  const TvRT::TableBindInfo* const info =
-      context.tbisBegin() + slot < context.tbisEnd() ? context.tableBindInfo(slot) : nullptr;
+  const TvRT::TableBindInfo* const info = slot < boundTables(context) ? context.tableBindInfo(slot) : nullptr;
   if (info == nullptr) {
     const std::string number = std::to_string(slot);
     fail(path + ": the program binds no row of slot " + number + " (bindTable " + number + ", ...)");

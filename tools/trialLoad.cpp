@@ -20,9 +20,12 @@ constexpr const char* loaderPath = "program";
 // properties are no faults.
 std::string firstFaultIn(const std::string& messages) {
   constexpr std::string_view syntaxError = "Error: ";
+  // Begins with the property's name, which may be any text.
+  constexpr std::string_view propertyRemark = " is not a supported parameter.  ";
   const std::string loaderError = std::string(loaderPath) + ':';
   std::istringstream in(messages);
   for (std::string line; std::getline(in, line);) {
+    if (line.find(propertyRemark) != std::string::npos) continue;
     if (line.starts_with(syntaxError)) return line.substr(syntaxError.size());
     // "PATH:NUMBER TEXT.", where the number means nothing.
     if (line.starts_with(loaderError)) {
