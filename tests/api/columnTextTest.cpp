@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "../thrown.h"
 #include "Tavro/tvMetadata.h"
 
 namespace Tavro {
@@ -56,13 +57,11 @@ TEST(ColumnText, BadTextsAreNamedAndChangeNothing) {
   for (const Case& each : cases) {
     BaseRow row(fixedLength);
     const BaseRow shared = row;
-    try {
+    const auto store = [&] {
       storeColumnFromString(row, offset, static_cast<unsigned short>(each.type), 0, each.isArray, each.text,
                             fixedLength);
-      ADD_FAILURE() << each.text;
-    } catch (const std::invalid_argument& failure) {
-      EXPECT_EQ(failure.what(), each.message);
-    }
+    };
+    EXPECT_EQ(thrown<std::invalid_argument>(store), each.message) << each.text;
     EXPECT_EQ(row.rowBuf(), shared.rowBuf()) << "not written to";
   }
 }

@@ -11,23 +11,14 @@ namespace {
 
 using namespace Tavro;
 
-template <typename Failure>
-void expectCaughtAsBase(const Failure& thrown, const std::string& what, const std::string& name) {
-  try {
-    throw thrown;
-  } catch (const TvBaseException& failure) {
-    EXPECT_EQ(failure.what(), what);
-    EXPECT_EQ(failure.name(), name);
-  }
-  EXPECT_THROW(throw thrown, Kelpo::Exception);
-}
-
 TEST(Exceptions, TreeAndNames) {
-  expectCaughtAsBase(TvNullRow(), "null row", "Tavro::TvNullRow");
-  expectCaughtAsBase(TvTableFull("full"), "full", "Tavro::TvTableFull");
-  expectCaughtAsBase(TvOutOfRange("out"), "out", "Tavro::OutOfRange");
-  expectCaughtAsBase(TvMaxRowsExceeded("max"), "max", "Tavro::TvMaxRowsExceeded");
-  expectCaughtAsBase(TvRT::TvAssemblyException("bad"), "bad", "Tavro::TvRT::TvAssemblyException");
+  static_assert(std::is_base_of_v<Kelpo::Exception, TvBaseException>);
+  const auto told = [](const TvBaseException& failure) { return failure.name() + ": " + failure.what(); };
+  EXPECT_EQ(told(TvNullRow()), "Tavro::TvNullRow: null row");
+  EXPECT_EQ(told(TvTableFull("full")), "Tavro::TvTableFull: full");
+  EXPECT_EQ(told(TvOutOfRange("out")), "Tavro::OutOfRange: out");
+  EXPECT_EQ(told(TvMaxRowsExceeded("max")), "Tavro::TvMaxRowsExceeded: max");
+  EXPECT_EQ(told(TvRT::TvAssemblyException("bad")), "Tavro::TvRT::TvAssemblyException: bad");
 }
 
 TEST(Debug, ATraceIsComposedOnlyWhileItsLevelIsOn) {
@@ -68,13 +59,12 @@ TEST(Debug, LinesOfSeveralThreadsDoNotMix) {
   for (std::thread& thread : threads) thread.join();
   std::istringstream lines(testing::internal::GetCapturedStderr());
   std::set<std::string> seen;
-  for (std::string line; std::getline(lines, line);) seen.insert(line);
-  std::set<std::string> expected;
-  for (const char c : {'a', 'b', 'c'})
-    for (int i = 0; i < 200; ++i)
-      expected.insert(std::string("thread ") + c + ":9 unit.cpp:" + std::to_string(i) +
-                      " work: " + std::string(300, c));
-  EXPECT_EQ(seen, expected);
+  for (std::string line; std::getline(lines, line);) {
+    const char c = line.substr(0, 8).back();
+    EXPECT_TRUE(line.ends_with(" work: " + std::string(300, c))) << line;
+    seen.insert(line.substr(0, line.rfind(' ')));
+  }
+  EXPECT_EQ(seen.size(), 600U);
 }
 
 }  // namespace

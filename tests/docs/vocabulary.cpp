@@ -4,7 +4,6 @@
 
 #include <exception>
 #include <iostream>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,13 +18,6 @@ namespace {
 
 using namespace Tavro;
 using namespace Tavro::TvRT;
-
-struct DeleteContext {
-  void operator()(Context* context) const {
-    context->deleteBindings();
-    delete context;
-  }
-};
 
 // What stands for an argument, by the catalogue's word for it: a constant of the type, or a number, which is
 // also taken for a label and for a text.
@@ -47,7 +39,7 @@ std::vector<std::string> argumentsFor(const OpCatalogueRow& row, const std::stri
 bool isCarriedOut(const OpCatalogueRow& row, const std::vector<std::string>& types) {
   const std::string name(row.name);
   const std::vector<std::string> arguments = argumentsFor(row, types.empty() ? "" : types[0]);
-  const std::unique_ptr<Context, DeleteContext> context(new Context(getTavroDb()));
+  const OwnedContext context(new Context(getTavroDb()));
   context->bindTable(0, tv_contentOffset + variableSlotWidth, 0, "out", "out", "");
   context->setIterCount(8);
   Loader loader(getTavroDb(), "vocabulary", {});

@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "../allocation.h"
 #include "Tavro/TvRTIndexRowOps.h"
 #include "Tavro/TvRTLoader.h"
 #include "Tavro/TvRTProxy.h"
 #include "Tavro/database.h"
-#include "allocation.h"
 
 namespace Tavro::TvRT {
 namespace {

@@ -118,51 +118,6 @@ TEST(RowSlotTest, WithoutAHostRowInstructionsFindNoTable) {
   EXPECT_THROW(context->insertRow(7), std::out_of_range);
 }
 
-// ---- parameters
-
-TEST(ParameterTest, DeclarationsNameOffsetAndType) {
-  const OwnedContext context = newContext();
-  context->bindParameters(
-      40, "{'when':0x0C:'uint64_t','oct':024:'bool','tags[]':24:'string_t','x':70000:'float'}");
-  const auto& columns = context->parameterColumns();
-  struct Column {
-    const char* name;
-    int type, length, offset;
-    bool isArray;
-  };
-  for (const Column& column :
-       {Column{"when", TypeUint64, 8, 12, false}, Column{"oct", TypeBool, 1, 20, false},
-        Column{"tags", TypeString, 4, 24, true}, Column{"x", TypeFloat, 4, 4464, false}}) {
-    ASSERT_EQ(columns.count(column.name), 1U) << column.name;
-    const tvMetadata::tvColumn& found = columns.at(column.name);
-    EXPECT_EQ(found.tableName(), "internal::parameter");
-    EXPECT_EQ(found.columnName(), column.name);
-    EXPECT_EQ(found.tvType(), column.type) << column.name;
-    EXPECT_EQ(found.length(), column.length) << column.name;
-    EXPECT_EQ(found.offset(), column.offset) << column.name;
-    EXPECT_EQ(found.isArray(), column.isArray) << column.name;
-  }
-  EXPECT_EQ(columns.size(), 4U);
-  EXPECT_EQ(context->parameterRow().length(), 40);
-}
-
-TEST(ParameterTest, OddDeclarations) {
-  const auto columnsOf = [](const std::string& text) {
-    const OwnedContext context = newContext();
-    context->bindParameters(16, text);
-    return context->parameterColumns();
-  };
-  EXPECT_TRUE(columnsOf("{}").empty());
-  EXPECT_TRUE(columnsOf("x").empty());
-  EXPECT_TRUE(columnsOf("{,,}").empty());
-  EXPECT_THROW(columnsOf(""), std::out_of_range);
-  EXPECT_THROW(columnsOf("{'a':8:'nothing'}"), std::invalid_argument);
-  EXPECT_THROW(columnsOf("{'a':8}"), std::exception);
-  EXPECT_EQ(columnsOf("{'a':8:'bool','a':9:'int8_t'}").at("a").offset(), 9) << "the later one counts";
-  EXPECT_EQ(columnsOf("{'a'::8::'bool':more}").at("a").offset(), 8)
-      << "empty fields vanish, further ones are not read";
-}
-
 // ---- properties
 
 TEST(PropertyTest, EntriesAreKeysAndValues) {
@@ -186,6 +141,7 @@ TEST(PropertyTest, EntriesAreKeysAndValues) {
            {"isOneShot=", false, false, "bad property entry: isOneShot=\n"},
            {"isOneShot==true", true, false, ""},
            {" fast =true,isFilter=true", false, true, "fast" + unsupported},
+           {"isOneShot=true=x", false, false, "bad property entry: isOneShot=true=x\n"},
        }) {
     EXPECT_EQ(errorOutputOf([&] { context->setProperties(c.text); }), c.errors) << c.text;
     EXPECT_EQ(context->oneShot(), c.oneShot) << c.text;
@@ -231,6 +187,12 @@ TEST(IteratorSlotTest, TheBoundLetsOneMoreThanTheCountThrough) {
                   std::to_string(beyond));
     EXPECT_EQ(alive, 1) << "what is refused stays its caller's";
   }
+  // Fewer slots, then more: what stood in between is gone.
+  context->setValueAryIter(1, new CountedIter(alive));
+  context->setIterCount(0);
+  context->setIterCount(2);
+  EXPECT_EQ(alive, 0);
+  getFails(1);
 }
 
 }  // namespace

@@ -96,7 +96,8 @@ TEST(RunTest, ExceptionLeavesStackAndStateAsTheyAre) {
   context->istream().programCounterIs(inner);
   returns(OpOk);
   EXPECT_EQ(context->execute(), Context::Ready);
-  EXPECT_EQ(popText<unsigned long long>(*context), "7");
+  const unsigned long long sum = context->stackR().pop<unsigned long long>().value;
+  EXPECT_EQ(sum, 7U);
 }
 
 TEST(RunTest, ClearForgetsTheProgramOrJustThePlace) {

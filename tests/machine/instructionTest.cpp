@@ -37,23 +37,6 @@ TEST(DispatcherTest, TypesThatDoNotExistAreRefused) {
     }
 }
 
-TEST(DispatcherTest, OnlyNumbersAndBoolsAreExchangedWithEachOther) {
-  for (int first = 0; first <= 19; ++first)
-    for (int second = 0; second <= 19; ++second) {
-      const OwnedContext context = newContext();
-      const auto hasWidth = [](int code) { return code <= 10 || code == 13 || code == 14; };
-      const std::string message = thrown<std::runtime_error>([&] {
-        StackOps::installNSwapOp(*context, static_cast<TavroTypes>(first), static_cast<TavroTypes>(second));
-      });
-      const bool isInstalled = hasWidth(first) && hasWidth(second);
-      EXPECT_EQ(message, isInstalled
-                             ? "nothing was thrown"
-                             : "static void Tavro::TvRT::StackOps::installNSwapOp(Tavro::TvRT::Context&, "
-                               "Tavro::TavroTypes, Tavro::TavroTypes): Invalid Operation");
-      EXPECT_EQ(context->maxLoc(), isInstalled ? 4 : 0) << first << " " << second;
-    }
-}
-
 TEST(TypeTest, NamesAndCodesOfNativeTypes) {
   const auto type = []<typename T>(const T&) {
     return std::pair(std::string(TvRTTypename<T>()), int{TvRTTypeValue<T>()});
@@ -89,40 +72,6 @@ TEST(RowInstructionTest, TracesBeforeItFailsUnlessItReportsAResult) {
 
 // ---- binary operators
 
-// For each operation an "x" per type code that it takes.
-const std::pair<const char*, const char*> members[] = {
-    {"noop", "xxxxxxxxxxxx.xx...."},      {"add", "xxxxxxxxxx...xx...."},
-    {"sub", "xxxxxxxxxx...xx...."},       {"mul", "xxxxxxxxxx...xx...."},
-    {"div", "xxxxxxxxxx...xx...."},       {"eq", "xxxxxxxxxxxx.xxxxxx"},
-    {"lt", "xxxxxxxxxxxx.xxxxxx"},        {"shift", "xxxxxxxx..........."},
-    {"bitAnd", "xxxxxxxx..........."},    {"bitOr", "xxxxxxxx..........."},
-    {"gt", "xxxxxxxxxxxx.xxxxxx"},        {"ge", "xxxxxxxxxxxx.xxxxxx"},
-    {"le", "xxxxxxxxxxxx.xxxxxx"},        {"ne", "xxxxxxxxxxxx.xxxxxx"},
-    {"boolAnd", "..........x........"},   {"boolOr", "..........x........"},
-    {"contains", "xxxxxxxxxxxx.xxxxxx"},  {"containsElement", "xxxxxxxxxxxx.xxxxxx"},
-    {"aryEq", "xxxxxxxxxxxx.xxxxxx"},     {"intersects", "xxxxxxxxxxxx.xxxxxx"},
-    {"leftShift", "..................."},
-};
-
-TEST(BinOpTest, TableHasTheMembersOfEachOperation) {
-  int opcode = 0;
-  for (const auto& [name, letters] : members) {
-    for (int type = 0; type < 19; ++type) {
-      const Handler handler = BinOpDispatch::fetchBinOp(opcode, type);
-      ASSERT_EQ(handler != nullptr, letters[type] == 'x') << name << " " << type;
-      if (handler == nullptr) continue;
-      const OwnedContext context = newContext();
-      BinOpDispatch::installBinOp(*context, opcode, type);
-      ASSERT_EQ(context->maxLoc(), 4);
-      HandlerNumber number;
-      std::memcpy(&number, context->istream().at(0), sizeof number);
-      EXPECT_EQ(HandlerTable::at(number), handler);
-    }
-    ++opcode;
-  }
-  EXPECT_EQ(opcode, BinOpDispatch::opcodeCount);
-}
-
 // By their catalogue name.
 bool dispatch(Context& context, const std::string& name, int type) {
   for (const OpCatalogueRow& row : opCatalogue)
@@ -155,13 +104,6 @@ TEST(BinOpTest, LogicKeepsTheByte) {
     dispatch(*context, c.name, TypeBool);
     EXPECT_EQ(context->stackR().pop<bool>().value, c.result) << c.name << c.left << c.right;
   }
-}
-
-TEST(BinOpTest, AnUnderflowLosesWhatWasPopped) {
-  const OwnedContext context = newContext();
-  push(*context, 5LL);
-  EXPECT_EQ(thrown<std::out_of_range>([&] { dispatch(*context, "add", TypeInt64); }), "stack underflow");
-  EXPECT_TRUE(context->isEmpty());
 }
 
 TEST(BinOpDeathTest, IntegerDivisionByZeroTraps) {

@@ -1,8 +1,6 @@
 #include <cstdio>
 #include <fstream>
-#include <set>
 
-#include "Tavro/TvRTOpCatalogue.h"
 #include "support.h"
 
 namespace Tavro::TvRT {
@@ -166,71 +164,6 @@ TEST(GrammarTest, ListsHaveNoLimit) {
             "fetchRow takes 1 parameters but it was given 5000");
 }
 
-// ---- catalogue: every row as one statement
-
-// Arguments that a statement of the row takes.
-std::string argumentsOf(const OpCatalogueRow& row) {
-  std::istringstream words{std::string(row.arguments)};
-  std::string text;
-  unsigned count = 0;
-  for (std::string word; words >> word; ++count) {
-    const char* value = word == "length" ? "16" : word == "declarations" ? "\"{'a':8:'int32_t'}\"" : "1";
-    text += (count == 0 ? " " : ", ") + std::string(value);
-  }
-  EXPECT_EQ(count, row.cat.argCount) << row.name;
-  return text;
-}
-
-TEST(CatalogueTest, EveryStatementIsInstalledOrActsOrIsReported) {
-  const std::set<std::string_view> silent{
-      "noop",          "dummy",     "name",           "bindTable", "label",      "entry",
-      "end",           "src",       "queryHash",      "queryName", "properties", "bindParameters",
-      "bindConstants", "iterCount", "bindTemporaries"};
-  const std::set<std::string_view> unserved{"leftShift", "pushAryCnst"};
-  EXPECT_EQ(opCatalogue.size(), 79U);
-  for (const OpCatalogueRow& row : opCatalogue) {
-    const OwnedContext context = assemble("bindTable 0, 16, 0, t, t, t");
-    const Parse outcome =
-        parse(*context, std::string(row.name) + (row.cat.typed ? "<int32_t,double>" : "") + argumentsOf(row));
-    const bool isServed = unserved.count(row.name) == 0;
-    if (!isServed) {
-      EXPECT_EQ(outcome.errors, "test:0 Unknown opcode: category = " + std::to_string(row.cat.category) +
-                                    "  opCode = " + std::to_string(row.cat.opCode) + ".\n");
-    }
-    EXPECT_EQ(outcome.errorCount, isServed ? 0U : 1U) << row.name;
-    EXPECT_EQ(listing(*context).size(), isServed && silent.count(row.name) == 0 ? 1U : 0U) << row.name;
-  }
-}
-
-TEST(CatalogueTest, WrongCountsAndMissingOrNeedlessTypesAreRefused) {
-  for (const OpCatalogueRow& row : opCatalogue) {
-    const std::string name(row.name);
-    const std::string arguments = argumentsOf(row);
-    const std::string extra = arguments + (arguments.empty() ? " 1" : ", 1");
-    const auto refuses = [](const std::string& text, const std::string& message, unsigned errorCount) {
-      const Parse outcome = parse(*newContext(), text);
-      EXPECT_EQ(outcome.exception, message);
-      EXPECT_EQ(outcome.errorCount, errorCount) << text;
-    };
-    // The count comes first.
-    refuses(name + (row.cat.typed ? "" : "<bool>") + extra,
-            name + " takes " + std::to_string(row.cat.argCount) + " parameters but it was given " +
-                std::to_string(row.cat.argCount + 1),
-            0);
-    if (row.cat.typed)
-      refuses(name + arguments, name + " required a type but none provided", 1);
-    else
-      refuses(name + "<bool>" + arguments, name + " does not take a type but at least one type provided.", 1);
-  }
-}
-
-TEST(CatalogueTest, TraceShowsTypesAndArguments) {
-  const Lines lines =
-      traceOf({{"Loader", 9}}, [] { assemble("pushColumn<int8_t,bool> 1, 0x2\nsrc \"a b\""); });
-  EXPECT_EQ(lines[0], "Loader:9 TvRTLoader publishTrace:   0   pushColumn[int8_t bool ]           1 0x2 ");
-  EXPECT_EQ(lines[1], "Loader:9 TvRTLoader publishTrace:   8   src           a b ");
-}
-
 // ---- loader
 
 TEST(LoaderTest, NumbersAreDecimalAndOfThirtyTwoBits) {
@@ -254,10 +187,10 @@ TEST(LoaderTest, ArgumentsAreCutAndConvertedFromTheLast) {
 
 TEST(LoaderTest, DirectivesKeepTheTexts) {
   const OwnedContext context =
-      assemble("src a\nqueryName 0x5\nqueryHash \"\"\nname\nsrc \"b c\"\nbindConstants 4, x");
+      assemble("src a\nqueryName 0x5\nqueryHash h\nname\nsrc \"b c\"\nbindConstants 4, x");
   EXPECT_EQ(context->src(), "b c");
   EXPECT_EQ(context->queryName(), "0x5");
-  EXPECT_EQ(context->queryHash(), "");
+  EXPECT_EQ(context->queryHash(), "h");
   EXPECT_EQ(context->maxLoc(), 0);
 }
 
@@ -284,13 +217,33 @@ TEST(LoaderTest, StatementsNeedNoText) {
   EXPECT_EQ(listing(*context), listing(*assemble(statement + statement + halt)));
   EXPECT_EQ(thrown<TvAssemblyException>([&] { loader.dispatchOp(*context, &halt, nullptr, &args); }),
             "halt takes 0 parameters but it was given 2");
+  for (const auto& [category, code] :
+       {std::pair(8U, len_t{1}), std::pair(1U, len_t{700}), std::pair(0U, len_t{5})}) {
+    const opCat unknown{category, code, false, 0};
+    EXPECT_EQ(errorOutputOf([&] { loader.genCode(*context, &unknown, {}, {}); }),
+              "test:0 Unknown opcode: category = " + std::to_string(category) +
+                  "  opCode = " + std::to_string(code) + ".\n");
+  }
 }
 
-TEST(LoaderTest, UnknownNamesAreReportedAndThrown) {
-  const Parse outcome = parse(*newContext(), "ADD");
-  EXPECT_EQ(outcome.exception, "test:0 Unknown opcode: ADD.");
-  EXPECT_EQ(outcome.errors, outcome.exception + "\n");
-  EXPECT_EQ(outcome.errorCount, 1U);
+// Arguments are counted before types are asked for.
+TEST(LoaderTest, RefusalsAreThrownAndCounted) {
+  struct Refusal {
+    const char *statement, *message, *errors;
+    unsigned errorCount;
+  };
+  for (const Refusal& refusal : {
+           Refusal{"ADD", "test:0 Unknown opcode: ADD.", "test:0 Unknown opcode: ADD.\n", 1},
+           Refusal{"add 1", "add takes 0 parameters but it was given 1", "", 0},
+           Refusal{"halt<bool> 1", "halt takes 0 parameters but it was given 1", "", 0},
+           Refusal{"add", "add required a type but none provided", "", 1},
+           Refusal{"halt<bool>", "halt does not take a type but at least one type provided.", "", 1},
+       }) {
+    const Parse outcome = parse(*newContext(), refusal.statement);
+    EXPECT_EQ(outcome.exception, refusal.message);
+    EXPECT_EQ(outcome.errors, refusal.errors);
+    EXPECT_EQ(outcome.errorCount, refusal.errorCount) << refusal.statement;
+  }
 }
 
 TEST(LoaderTest, LongMessagesAreCut) {

@@ -1,4 +1,3 @@
-#include <array>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -120,36 +119,6 @@ TEST(RowOpsTest, AMissingEntryIsNoErrorUntilItIsUsed) {
   EXPECT_EQ(thrown<std::invalid_argument>([] { genTvRtRowOps(1, false, false, "/missing.tva"); }),
             "Failed to process tva content: /missing.tva");
 }
-
-TEST(RowOpsTest, TracesEachOperationWithItsEntry) {
-  const TvPtr<RowOpsBase> rules = rulesOf(numberRules);
-  const BaseRow a = number(1);
-  BaseRow current = number(2);
-  Lines lines = traceOf({{"TvRtOp", 8}}, [&] {
-    rules->hash(a);
-    rules->equals(a, a);
-    rules->less(a, a);
-    rules->autoUpdate(current, a);
-  });
-  std::erase_if(lines, [](const std::string& line) { return line.find("RowOp(") == std::string::npos; });
-  EXPECT_EQ(lines,
-            (Lines{"TvRtOp:8 TvRTRowOps hash: HashRowOp( 2 )", "TvRtOp:8 TvRTRowOps equals: EqualsRowOp( 3 )",
-                   "TvRtOp:8 TvRTRowOps less: LessRowOp( 4 )",
-                   "TvRtOp:8 TvRTRowOps autoUpdate: AutoUpdateRowOp( 5 )"}));
-}
-
-#if __SIZEOF_SIZE_T__ == 4
-// Here the standard library has this very hash.
-TEST(RowHashTest, OfBytesIsThatOfTheStandardLibrary) {
-  constexpr std::size_t longest = 64;
-  std::array<unsigned char, longest + 8> bytes;
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i * 37 + 201);
-  for (std::size_t at = 0; at < 8; ++at)
-    for (std::size_t length = 0; length <= longest; ++length)
-      ASSERT_EQ(hashBytes(&bytes[at], length), std::_Hash_bytes(&bytes[at], length, 0xc70f6907))
-          << length << " bytes at " << at;
-}
-#endif
 
 }  // namespace
 }  // namespace Tavro::TvRT

@@ -121,40 +121,21 @@ TEST(StackValueTest, OnlyTheLowestBitOfTheFlagMeansNull) {
   }
 }
 
-TEST(StackTest, TracesPushesAndPops) {
+// The rest of a line is what cases show.
+TEST(StackTest, TracesWhereTheTopIs) {
   Stack stack;
-  const auto at = [&](unsigned depth) {
-    const auto base = reinterpret_cast<std::uintptr_t>(stack.bottom());
-    return "@" + std::to_string(base + depth) + "/" + std::to_string(base);
-  };
-  const auto lines = traceOf({{"Stack", 8}, {"Stack", 9}}, [&] {
+  const Lines lines = traceOf({{"Stack", 8}}, [&] {
     stack.push(StackValue<unsigned long long>(12, false));
-    stack.push(StackValue<bool>(1, true));
-    stack.pop<bool>();
-    stack.push(StackValue<signed char>(65, false));
-    stack.push(StackValue<ArrayReference<unsigned char>>());
+    stack.push(StackValue<signed char>(65, true));
+    stack.pop<signed char>();
   });
-  const std::string pop =
-      " ../src-includes/runtimeOperators/Tavro/TvRTStack.h pop: "
-      "Tavro::TvRT::StackValue<T> Tavro::TvRT::Stack::pop() [with T = ";
-  const std::string push =
-      " ../src-includes/runtimeOperators/Tavro/TvRTStack.h push: "
-      "void Tavro::TvRT::Stack::push(Tavro::TvRT::StackValue<T>) [with T = ";
-  const std::string array = "Tavro::ArrayReference<unsigned char>]";
-  const unsigned arrayEnd = static_cast<unsigned>(11 + 3 + 2 * pointerWidth);
-  const Lines expected{
-      "Stack:9" + push + "long long unsigned int]",
-      "Stack:8" + push + "long long unsigned int]" + at(9) + " <-- 12",
-      "Stack:9" + push + "bool]",
-      "Stack:8" + push + "bool]" + at(11) + " <-- NULL",
-      "Stack:9" + pop + "bool]",
-      "Stack:8" + pop + "bool]" + at(9) + " --> NULL",
-      "Stack:9" + push + "signed char]",
-      "Stack:8" + push + "signed char]" + at(11) + " <-- 65",
-      "Stack:9" + push + array,
-      "Stack:8" + push + array + at(arrayEnd) + " <-- []",
-  };
-  EXPECT_EQ(lines, expected);
+  const auto base = reinterpret_cast<std::uintptr_t>(stack.bottom());
+  const std::pair<unsigned, const char*> ends[] = {{9, " <-- 12"}, {11, " <-- NULL"}, {9, " --> NULL"}};
+  ASSERT_EQ(lines.size(), std::size(ends));
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    EXPECT_TRUE(lines[i].ends_with("]@" + std::to_string(base + ends[i].first) + "/" + std::to_string(base) +
+                                   ends[i].second))
+        << lines[i];
 }
 
 }  // namespace

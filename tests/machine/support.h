@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "../thrown.h"
 #include "Tavro/TvRTContext.h"
 #include "Tavro/TvRTLoader.h"
 #include "Tavro/TvRTOp.h"
@@ -30,17 +31,6 @@ inline OwnedContext newContext() { return OwnedContext(new Context(getTavroDb())
 inline OwnedContext assemble(const std::string& text) {
   std::istringstream in(text);
   return OwnedContext(Loader(getTavroDb(), "test", {}).processFile(in));
-}
-
-// The message of the exception that the action throws, which must be an `Exception`.
-template <typename Exception = std::exception, typename Action>
-std::string thrown(const Action& action) {
-  try {
-    action();
-  } catch (const Exception& exception) {
-    return exception.what();
-  }
-  return "nothing was thrown";
 }
 
 // What the action writes to standard error or standard output.
@@ -84,14 +74,6 @@ std::vector<std::string> traceOf(std::initializer_list<std::pair<const char*, in
 template <typename T>
 void push(Context& context, const T& value, bool isNull = false) {
   context.stackR().push(StackValue<T>(value, isNull));
-}
-
-// The text form of the topmost entry, which goes.
-template <typename T>
-std::string popText(Context& context) {
-  std::ostringstream text;
-  text << context.stackR().pop<T>();
-  return text.str();
 }
 
 // What stands in the stream, one instruction a line: "OFFSET NAME OPERAND-BYTES-IN-HEX".

@@ -104,12 +104,12 @@ TEST(Cursor, OutlivesItsTableAsInterfacesDo) {
   EXPECT_EQ(copy, TvRowIterator());
   EXPECT_TRUE((*copy++).isNull());
   cursor = copy;
-  EXPECT_EQ(messageOf<std::logic_error>([&] { (void)fixture.writer->begin(0); }),
+  EXPECT_EQ(thrown<std::logic_error>([&] { (void)fixture.writer->begin(0); }),
             "interface writer is not bound to a table");
   fixture.database.reset();
   for (const bool ready : {false, true}) fixture.reader->clientReadyIs(ready);
   EXPECT_FALSE(fixture.reader->runnable());
-  EXPECT_EQ(messageOf<std::logic_error>([&] { fixture.reader->activate(true); }),
+  EXPECT_EQ(thrown<std::logic_error>([&] { fixture.reader->activate(true); }),
             "interface reader is not bound to a table");
 }
 

@@ -17,7 +17,7 @@ TEST(Database, FindsTablesByPath) {
   EXPECT_NE(plain.rowType(), dotted.rowType());
   EXPECT_EQ(dotted.newRow().rowType(), dotted.rowType());
   TvTableInterface interface("i", "", TvTableInterface::readMode, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ(messageOf<std::invalid_argument>([&] { database.bindInterface(interface, "demo.in"); }),
+  EXPECT_EQ(thrown<std::invalid_argument>([&] { database.bindInterface(interface, "demo.in"); }),
             "no table at path 'demo.in'");
 }
 
@@ -25,7 +25,7 @@ TEST(Database, RefusesTablesAndIndexesThatCannotBe) {
   Database database;
   Table& table = database.createTable("t", {{"k", TypeUint8}});
   const auto refusal = [&](const std::string& name, const Columns& columns) {
-    return messageOf<std::invalid_argument>([&] { database.createTable(name, columns); });
+    return thrown<std::invalid_argument>([&] { database.createTable(name, columns); });
   };
   EXPECT_EQ(refusal("t", {{"k", TypeUint8}}), "table t exists already");
   EXPECT_EQ(refusal("u", {}), "table u has no columns");
@@ -36,18 +36,15 @@ TEST(Database, RefusesTablesAndIndexesThatCannotBe) {
   EXPECT_THROW(database.createTable("u", {{"k", static_cast<TavroTypes>(12)}}), TvOutOfRange);
   EXPECT_EQ(database.findTable("u"), nullptr);
 
-  EXPECT_EQ(messageOf<std::invalid_argument>([&] {
-              table.addIndex({"k", "x"});
-            }),
-            "table t has no column 'x'");
-  EXPECT_EQ(messageOf<std::invalid_argument>([&] { table.addIndex(std::vector<std::string>{}); }),
+  EXPECT_EQ(thrown<std::invalid_argument>([&] { table.addIndex({"k", "x"}); }), "table t has no column 'x'");
+  EXPECT_EQ(thrown<std::invalid_argument>([&] { table.addIndex(std::vector<std::string>{}); }),
             "table t: an index needs columns");
   const auto writer = makeWriter(database, "t");
-  EXPECT_EQ(messageOf<std::out_of_range>([&] { (void)writer->end(1); }), "table t has no index 1");
-  EXPECT_EQ(messageOf<std::runtime_error>([&] { (void)writer->lower_bound(table.newRow(), 0); }),
+  EXPECT_EQ(thrown<std::out_of_range>([&] { (void)writer->end(1); }), "table t has no index 1");
+  EXPECT_EQ(thrown<std::runtime_error>([&] { (void)writer->lower_bound(table.newRow(), 0); }),
             "table t: index 0 has no order");
   for (unsigned i = 1; i < 256; ++i) EXPECT_EQ(table.addIndex({"k"}), i);
-  EXPECT_EQ(messageOf<std::length_error>([&] { table.addIndex({"k"}); }),
+  EXPECT_EQ(thrown<std::length_error>([&] { table.addIndex({"k"}); }),
             "table t has no room for a further index");
 }
 

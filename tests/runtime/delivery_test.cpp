@@ -159,21 +159,6 @@ TEST_F(Delivery, AReaderIsToldEverythingOnceInOrderFromItsActivationOn) {
   }
 }
 
-TEST_F(Delivery, InterfacesTakeTurnsInTheOrderInWhichTheyBecameRunnable) {
-  addWriter("w");
-  for (const char* name : {"a", "b"}) {
-    addReader(name).clientReadyIs(true);
-    at(name).activate(false);
-  }
-  insert("w", 1);
-  insert("w", 2);
-  EXPECT_TRUE(step());
-  EXPECT_EQ(takeLog(), "w:ready");
-  run();
-  EXPECT_EQ(takeLog(), "a:ready b:ready a:+1|1 b:+1|1 a:+2|2 b:+2|2");
-  EXPECT_FALSE(step());
-}
-
 TEST_F(Delivery, AReaderWithoutHandlersIsReadyAndKeepsNothing) {
   addWriter("w");
   bool ready = false;
@@ -241,39 +226,6 @@ TEST_F(Delivery, AFullTableRefusesRowsAndTellsItsWritersWhenItCanGoOn) {
   EXPECT_EQ(takeLog(), "w:blocked w:free");
 }
 
-TEST_F(Delivery, WhatWasRefusedIsTriedAgainWhenAnyWriterIsFree) {
-  addWriter("w");
-  addReader("r");
-  perform("ready run active +1 refuse run +2 run");
-  takeLog();
-  createTable("other").capacityIs(1);
-  addWriter("o", "other");
-  addReader("s", "other").clientReadyIs(true);
-  at("s").activate(true);
-  insert("o", 8);
-  insert("o", 9);
-  run();
-  EXPECT_EQ(takeLog(),
-            "o:table other: 1 rows wait to be read, it can take no more o:ready s:ready o:blocked");
-  at("s").activate(false);
-  run();
-  EXPECT_EQ(takeLog(), "s:+8|3 o:free r:+1|1 r:+2|2");
-}
-
-TEST_F(Delivery, AnExceptionPassesThroughTheSchedulerAndCountsAsDelivered) {
-  addWriter("w");
-  addReader("r");
-  perform("ready run active +1 +2");
-  takeLog();
-  reactions_["r"] = [&] {
-    reactions_.clear();
-    throw std::runtime_error("broken");
-  };
-  EXPECT_EQ(messageOf<std::runtime_error>([&] { run(); }), "broken");
-  run();
-  EXPECT_EQ(takeLog(), "r:+1|1 r:+2|2");
-}
-
 TEST_F(Delivery, InterfacesMayGoAtAnyTime) {
   using Reaction = std::function<void()>;
   const std::vector<std::pair<const char*, Reaction>> cases{
@@ -317,13 +269,13 @@ TEST_F(Delivery, InterfacesMayGoAtAnyTime) {
 TEST_F(Delivery, CallsThatMakeNoSenseSaySo) {
   addReader("r");
   BaseRow row = makeRow(*table_, {"1", "1"});
-  EXPECT_EQ(messageOf<std::logic_error>([&] { at("r").rowIs(row); }),
+  EXPECT_EQ(thrown<std::logic_error>([&] { at("r").rowIs(row); }),
             "interface r reads its table and cannot write to it");
-  EXPECT_EQ(messageOf<std::logic_error>([&] { database_.bindInterface(at("r"), "t"); }),
+  EXPECT_EQ(thrown<std::logic_error>([&] { database_.bindInterface(at("r"), "t"); }),
             "interface r is bound already");
-  EXPECT_EQ(messageOf<std::invalid_argument>(
-                [] { TvTableInterface("m", "", 4, nullptr, nullptr, nullptr, nullptr); }),
-            "interface m: mode 4 neither reads nor writes");
+  EXPECT_EQ(
+      thrown<std::invalid_argument>([] { TvTableInterface("m", "", 4, nullptr, nullptr, nullptr, nullptr); }),
+      "interface m: mode 4 neither reads nor writes");
 }
 
 class Probe : public Schedulable {

@@ -54,22 +54,9 @@ bool changesNothing(const Change& change, unsigned rows, unsigned place, unsigne
   const long owners = stored.useCount();
   BaseRow row = fixture.row(change.k, change.v, change.s);
   const auto apply = [&] { change.inserts ? fixture.writer->rowIs(row) : fixture.writer->rowDel(row); };
-  const auto failAt = [&](unsigned count) {
-    if (place == memory)
-      allocation::failAt(count);
-    else
-      rules[place]->failAt = count;
-  };
-
-  bool failed = true;
-  failAt(failing);
-  try {
-    apply();
-    failed = false;
-  } catch (const std::domain_error&) {
-  } catch (const std::bad_alloc&) {
-  }
-  failAt(0);
+  if (place != memory) rules[place]->failAt = failing;
+  const bool failed = allocation::attempt(place == memory ? failing : 0, apply).hasThrown;
+  if (place != memory) rules[place]->failAt = 0;
   if (failed) {
     EXPECT_EQ(fixture.contents(), before);
     EXPECT_EQ(fixture.table.size(), rows);
@@ -79,7 +66,7 @@ bool changesNothing(const Change& change, unsigned rows, unsigned place, unsigne
     EXPECT_EQ(row.useCount(), 1);
     EXPECT_EQ(textOf(fixture.table, *cursor), text(3, 30));
     if (place != memory) {
-      failAt(1);
+      rules[place]->failAt = 1;
       EXPECT_THROW((void)fixture.writer->find(row, static_cast<unsigned char>(3 + place)), std::domain_error);
     }
     // It can be made when nothing fails.
@@ -116,13 +103,8 @@ TEST(Failure, AHandleThatIsGivenAwayIsTakenByWhatSucceeds) {
     ASSERT_NE(fixture.writer->find(fixture.row(3, 30), 0), fixture.writer->end(0));
     fixture.news();
     BaseRow row = fixture.row(500, 50, longText);
-    allocation::failAt(failing);
-    try {
-      fixture.writer->rowIs(static_cast<BaseRow&&>(row));
-      failed = false;
-    } catch (const std::bad_alloc&) {
-    }
-    allocation::failAt(0);
+    const auto give = [&] { fixture.writer->rowIs(static_cast<BaseRow&&>(row)); };
+    failed = allocation::attempt(failing, give).hasThrown;
     ASSERT_EQ(row.isNull(), !failed);
     ASSERT_EQ(fixture.table.size(), failed ? rows : rows + 1);
     ASSERT_EQ(fixture.news(), failed ? Texts{} : Texts{added(500, 50, longText)});
@@ -131,6 +113,22 @@ TEST(Failure, AHandleThatIsGivenAwayIsTakenByWhatSucceeds) {
       ASSERT_EQ(row.useCount(), 1);
     }
     ASSERT_EQ(fixture.writer->find(fixture.row(500, 50, longText), 0) == fixture.writer->end(0), failed);
+  }
+  EXPECT_GT(failing, 3U) << "place and lookup take memory";
+}
+
+TEST(Failure, RowsFollowAFirstThatFailed) {
+  unsigned failing = 1;
+  for (bool failed = true; failed; ++failing) {
+    Fixture fixture(false);
+    // From now on the index notes where rows are.
+    (void)fixture.writer->find(fixture.row(1, 10), 0);
+    failed = allocation::attempt(failing, [&] { fixture.insert(1, 10); }).hasThrown;
+    const unsigned rows = 400;
+    for (unsigned k = failed ? 1 : 2; k <= rows; ++k) fixture.insert(k, 10 * k);
+    EXPECT_EQ(walk(fixture.table, *fixture.writer, 0).size(), rows);
+    for (unsigned k = 1; k <= rows; ++k)
+      EXPECT_NE(fixture.writer->find(fixture.row(k, 10 * k), 0), fixture.writer->end(0)) << k;
   }
   EXPECT_GT(failing, 3U) << "place and lookup take memory";
 }

@@ -33,7 +33,7 @@ TEST(ProgrammedIndex, IsNotAddedWhenItsProgramFailsOrAKeyStandsTwice) {
   fixture.insert(2, 20);
   fixture.insert(1, 30);
   const auto refusal = [&](unsigned number, bool ordered, bool unique) {
-    return messageOf<std::invalid_argument>(
+    return thrown<std::invalid_argument>(
         [&] { fixture.table.addIndex(std::make_shared<Rules>(number, ordered, unique)); });
   };
   for (const bool ordered : {false, true}) {
@@ -43,9 +43,9 @@ TEST(ProgrammedIndex, IsNotAddedWhenItsProgramFailsOrAKeyStandsTwice) {
     EXPECT_EQ(refusal(1, ordered, true), "table t: index 1 admits one row per key, but two rows have one");
   }
   EXPECT_EQ(refusal(2, true, false), "table t: rules of index 2 given to index 1");
-  EXPECT_EQ(messageOf<std::invalid_argument>([&] { fixture.table.addIndex(TvPtr<RowOpsBase>()); }),
+  EXPECT_EQ(thrown<std::invalid_argument>([&] { fixture.table.addIndex(TvPtr<RowOpsBase>()); }),
             "table t: an index needs rules");
-  EXPECT_EQ(messageOf<std::out_of_range>([&] { (void)fixture.writer->begin(1); }), "table t has no index 1");
+  EXPECT_EQ(thrown<std::out_of_range>([&] { (void)fixture.writer->begin(1); }), "table t has no index 1");
   EXPECT_EQ(fixture.walkOf(0), (Texts{text(1, 10), text(2, 20), text(1, 30)}));
   fixture.addRules(true, false);
   EXPECT_EQ(fixture.walkOf(1), (Texts{text(1, 10), text(1, 30), text(2, 20)}));
@@ -81,7 +81,7 @@ TEST(ProgrammedIndex, RefusesTheKeysOfTwoRowsAndMergersThatLeaveNoRow) {
   for (const Case& each : cases) {
     rules->merge = each.merge;
     fixture.table.autoUpdateIs(each.merge ? rules : nullptr);
-    EXPECT_EQ(messageOf<TvOutOfRange>([&] { fixture.insert(1, each.v); }),
+    EXPECT_EQ(thrown<TvOutOfRange>([&] { fixture.insert(1, each.v); }),
               std::string("table t: ") + each.message);
     EXPECT_EQ(fixture.contents(), before) << each.message;
     EXPECT_EQ(fixture.news(), Texts{}) << each.message;
@@ -129,14 +129,14 @@ TEST(ProgrammedIndex, ShowsItsProgramOnlyRowsThatFit) {
   storeBytes(astray.rwRowBuf() + 16, 0x80100010U);
   for (unsigned char i = 1; i <= 2; ++i) {
     EXPECT_THROW((void)fixture.writer->find(BaseRow(), i), TvNullRow);
-    EXPECT_EQ(messageOf<TvOutOfRange>([&] { (void)fixture.writer->find(shortRow, i); }),
+    EXPECT_EQ(thrown<TvOutOfRange>([&] { (void)fixture.writer->find(shortRow, i); }),
               "table t: row of 12 bytes does not fit, fixed length is 20");
-    EXPECT_EQ(messageOf<TvOutOfRange>([&] { (void)fixture.writer->find(astray, i); }),
+    EXPECT_EQ(thrown<TvOutOfRange>([&] { (void)fixture.writer->find(astray, i); }),
               "table t: column 's' reaches beyond its row of 20 bytes");
   }
   EXPECT_THROW((void)fixture.writer->lower_bound(shortRow, 1), TvOutOfRange);
   EXPECT_THROW(fixture.writer->rowIs(astray), TvOutOfRange);
-  EXPECT_EQ(messageOf<std::runtime_error>([&] { (void)fixture.writer->lower_bound(shortRow, 2); }),
+  EXPECT_EQ(thrown<std::runtime_error>([&] { (void)fixture.writer->lower_bound(shortRow, 2); }),
             "table t: index 2 has no order");
   EXPECT_EQ(ordered->calls + hashed->calls, 0U);
 }

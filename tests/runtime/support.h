@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "../allocation.h"
+#include "../thrown.h"
 #include "Tavro/database.h"
 
 namespace Tavro {
@@ -43,16 +45,6 @@ inline Texts walk(const Table& table, const TvTableInterface& interface, unsigne
   return rows;
 }
 
-template <typename Exception>
-std::string messageOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Exception& exception) {
-    return exception.what();
-  }
-  return "nothing was thrown";
-}
-
 // An interface that writes.
 inline std::unique_ptr<TvTableInterface> makeWriter(Database& database, const std::string& table) {
   auto writer = std::make_unique<TvTableInterface>("writer", "", TvTableInterface::writeMode, nullptr,
@@ -72,14 +64,6 @@ inline std::unique_ptr<TvTableInterface> makeReader(Database& database, const Ta
   reader->clientReadyIs(true);
   return reader;
 }
-
-// Allocations through operator new, counted, and made to fail on request.
-namespace allocation {
-// Blocks in use.
-std::size_t inUse();
-// Makes the allocation number `countdown` from here fail, 1 being the next; 0 for none.
-void failAt(std::size_t countdown);
-}  // namespace allocation
 
 inline constexpr len_t keyColumn = 8;
 inline constexpr len_t valueColumn = 12;
