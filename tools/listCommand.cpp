@@ -41,9 +41,13 @@ std::string rowText(const Context& context, unsigned int slot) {
 }
 
 std::string parameterText(const Context& context, unsigned int offset) {
+  std::set<std::string> names;
   for (const auto& [name, column] : context.parameterColumns())
-    if (column.offset() == offset) return "parameter " + name;
-  return "parameter at " + std::to_string(offset);
+    if (column.offset() == offset) names.insert(name);
+  if (names.empty()) return "parameter at " + std::to_string(offset);
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "parameter " : " or ") + name;
+  return text;
 }
 
 std::string constantText(const InstructionInfo& info, const unsigned char* bytes) {
