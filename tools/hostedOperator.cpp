@@ -1,5 +1,6 @@
 #include "hostedOperator.h"
 
+#include <stdexcept>
 #include <utility>
 
 #include "listing.h"
@@ -18,6 +19,15 @@ std::string textOf(const std::exception_ptr& cause) {
   }
 }
 
+// The program has been loaded before: what is thrown now is what the run of its first entry throws.
+TvPtr<TvRT::Proxy> started(const Operator& plan) {
+  try {
+    return TvRT::Proxy::factory(plan.path, plan.client, plan.standing);
+  } catch (const std::exception& error) {
+    throw std::runtime_error(std::string("entry init: ") + error.what());
+  }
+}
+
 }  // namespace
 
 HostedOperator::HostedOperator(const Operator& plan, Database& database, FailureReport failed)
@@ -26,7 +36,7 @@ HostedOperator::HostedOperator(const Operator& plan, Database& database, Failure
         report(plan_.path + ": " + placeOfRun() + textOf(cause));
       }) {
   client_.bind([&] {
-    proxy_ = TvRT::Proxy::factory(plan_.path, plan_.client, plan_.standing);
+    proxy_ = started(plan_);
     proxy_->enable();
   });
 }

@@ -62,7 +62,7 @@ std::optional<IpGenPrefix> parseGenPrefix(std::string_view text) {
 }
 
 // inet_ntop writes IPv6 addresses as RFC 5952 asks for: lower case, the first longest run of two or more zero
-// groups shortened, and the last 32 bits of an IPv4-mapped address as a dotted quad.
+// groups shortened, and the last 32 bits behind zeros alone, or zeros and ffff, as a dotted quad.
 void appendAddress(std::string& out, unsigned char family, const unsigned char* bytes) {
   if (addressLength(family) == 0) return;
   std::array<char, INET6_ADDRSTRLEN> text;

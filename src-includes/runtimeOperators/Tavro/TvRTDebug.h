@@ -14,7 +14,7 @@ inline constexpr std::array<const char*, 8> debugCategories{"Stack",        "ISt
 
 // Levels in use.
 inline constexpr int traceFailures = 6;  // failure and resumption of a run
-inline constexpr int traceEvents = 8;    // one line per instruction or notification
+inline constexpr int traceEvents = 8;    // one line for most instructions and notifications
 inline constexpr int traceDetail = 9;    // pushes, pops, the run loop, installation
 
 // Where all instructions trace.
