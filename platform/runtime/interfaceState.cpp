@@ -48,9 +48,11 @@ void InterfaceState::disconnect() noexcept {
   readyDue_ = blocked_ = false;
   noticesDue_ = 0;
   queue_->unbind(*owner_);
-  if (client_ != nullptr) std::erase(client_->interfaces_, this);
-  client_ = nullptr;
+  Client* const client = std::exchange(client_, nullptr);
+  if (client != nullptr) std::erase(client->interfaces_, this);
   table.disconnect(*this);
+  // A writer that was blocked has held them.
+  if (client != nullptr) client->considerReaders();
 }
 
 void InterfaceState::throwNotBound() const {
@@ -77,7 +79,10 @@ void InterfaceState::deactivate() {
 void InterfaceState::blockedIs(bool blocked) noexcept {
   if (blocked_ == blocked) return;
   blocked_ = blocked;
-  if (handlers_.block) ++noticesDue_;
+  if (handlers_.block)
+    ++noticesDue_;
+  else if (!blocked && client_ != nullptr)
+    client_->considerReaders();
   consider();
 }
 

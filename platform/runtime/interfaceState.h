@@ -33,7 +33,10 @@ class InterfaceState {
   void bind(MemoryTable& table, RunQueue& queue, Client* client);
   // Leaves table and scheduler; nothing is told any more. No effect when not bound.
   void disconnect() noexcept;
-  void leaveClient() noexcept { client_ = nullptr; }
+  void leaveClient() noexcept {
+    client_ = nullptr;
+    consider();
+  }
   void consider() noexcept;
 
   bool isReader() const { return mode_ == TvTableInterface::readMode; }

@@ -224,6 +224,54 @@ TEST_F(Delivery, AFullTableRefusesRowsAndTellsItsWritersWhenItCanGoOn) {
   table_->capacityIs(0);
   perform("+3 run");
   EXPECT_EQ(takeLog(), "w:blocked w:free");
+
+  // A large capacity frees its writers when a quarter of it is there.
+  table_->capacityIs(8);
+  drop("r");
+  addReader("r");
+  perform("ready run reading +11 +12 +13 +14 +15 +16 +17 +18 +19 run");
+  takeLog();
+  perform("active step");
+  EXPECT_EQ(log_.size(), 1U);
+  perform("step step");
+  EXPECT_EQ(log_.back(), "w:free");
+}
+
+TEST_F(Delivery, WhatABlockedWriterHoldsIsToldHoweverThatEnds) {
+  createTable("u");
+  std::unique_ptr<Client> client;
+  struct Case {
+    const char* end;
+    bool isTold;
+    std::function<void()> act;
+  };
+  for (const Case& each : {Case{"room", true, [&] { table_->capacityIs(0); }},
+                           Case{"room, of which nobody is told", false, [&] { table_->capacityIs(0); }},
+                           Case{"the writer goes", true, [&] { drop("own"); }},
+                           Case{"the client goes", true, [&] { client.reset(); }}}) {
+    table_->capacityIs(1);
+    addReader("r");
+    client = std::make_unique<Client>(database_, [](const std::exception_ptr&) {});
+    client->bind([&] {
+      addReader("held", "u");
+      if (each.isTold)
+        addWriter("own");
+      else
+        interfaces_["own"] = makeWriter(database_, "t");
+    });
+    addWriter("w", "u");
+    at("held").clientReadyIs(true);
+    at("held").activate(false);
+    perform("ready reading run");
+    insert("own", 1);
+    insert("own", 2);
+    perform("+3 run");
+    EXPECT_EQ(takeLog().find("held:+"), std::string::npos) << each.end;
+    each.act();
+    run();
+    EXPECT_NE(takeLog().find("held:+3"), std::string::npos) << each.end;
+    interfaces_.clear();
+  }
 }
 
 TEST_F(Delivery, InterfacesMayGoAtAnyTime) {

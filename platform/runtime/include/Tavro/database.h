@@ -113,13 +113,11 @@ class TAVRO_EXPORT Table {
 };
 
 // Who owns some interfaces, such as one operator.
-// - From a refused row of one of its writers until that writer has been told that there is room, its readers
-// are
-//   told nothing: a deletion would otherwise overtake the very row that it is to delete.
-// - Its writers are told that they are ready when the readers of their tables that belong to other clients
-// and have
-//   a row handler have been activated, so that those miss nothing. Clients whose tables form a cycle would
-//   wait for each other.
+// - From a refused row of one of its writers until that writer has been told that there is room, its
+//   readers are told nothing: a deletion would otherwise overtake the very row that it is to delete.
+// - Its writers are told that they are ready when the readers of their tables that belong to other
+//   clients and have a row handler have been activated, so that those miss nothing. Clients whose tables
+//   form a cycle would wait for each other.
 // - What its handlers throw ends it, and nobody else.
 class TAVRO_EXPORT Client {
  public:
