@@ -97,6 +97,7 @@ void Proxy::enable() {
     expectedMask |= maskBit(index);
     // Every input uses the ready entry of input 1.
     inputs[index] = newInput(**info, context->onReadyWC(1));
+    rowIters[index].isInput = true;
     const std::string key = pathKeyKey(*info);
     db->bindInterface(*inputs[index], pathKey(key), false);
     observers[key] = inputs[index];
@@ -105,8 +106,6 @@ void Proxy::enable() {
   constexpr void (Proxy::*noRowHandler)(const BaseRow&) = nullptr;
   output = new TvTableInterface(outKey + "-Output", outInfo->alias, TvTableInterface::writeMode, this,
                                 &Proxy::outputReady, noRowHandler, noRowHandler, &Proxy::outputBlock);
-  for (std::size_t index = 0; index < inputs.size(); ++index)
-    rowIters[index].isInput = inputs[index] != nullptr;
   applyParameters();
   context->replaceRow(context->paramRowIndex(), context->parameterRow());
   context->replaceRow(context->tempRowIndex(), context->temporaryRow());
