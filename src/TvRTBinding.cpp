@@ -27,7 +27,11 @@ std::size_t split(const std::string& text, char delimiter, std::vector<std::stri
   return tokens.size();
 }
 
-std::string withoutEnds(const std::string& text) { return text.substr(1, text.size() - 2); }
+std::string withoutEnds(const std::string& text) {
+  if (text.empty())
+    throw std::out_of_range("an empty text where a declaration in brackets or quotes belongs");
+  return text.substr(1, text.size() - 2);
+}
 
 bool isTrue(const std::string& value) { return TvStrUtils::iequals(value, "true"); }
 

@@ -234,16 +234,18 @@ class Generators {
 
   // Null for numbers that no row has.
   constexpr Generate at(const opCat& entry) const {
-    return selector(entry) < selectorCount ? bySelector_[selector(entry)] : nullptr;
+    return entry.category - BinaryOps < families && entry.opCode < codes ? bySelector_[selector(entry)]
+                                                                         : nullptr;
   }
 
  private:
-  static constexpr std::size_t selectorCount = 700;
+  static constexpr unsigned families = 7;
+  static constexpr unsigned codes = 100;
   static constexpr std::size_t selector(const opCat& entry) {
-    return static_cast<std::size_t>(opKey(entry.category, entry.opCode) - opKey(BinaryOps, 0));
+    return std::size_t{entry.category - BinaryOps} * codes + entry.opCode;
   }
 
-  std::array<Generate, selectorCount> bySelector_{};
+  std::array<Generate, families * codes> bySelector_{};
 };
 
 constexpr Generators generators;

@@ -217,8 +217,8 @@ TEST(LoaderTest, StatementsNeedNoText) {
   EXPECT_EQ(listing(*context), listing(*assemble(statement + statement + halt)));
   EXPECT_EQ(thrown<TvAssemblyException>([&] { loader.dispatchOp(*context, &halt, nullptr, &args); }),
             "halt takes 0 parameters but it was given 2");
-  for (const auto& [category, code] :
-       {std::pair(8U, len_t{1}), std::pair(1U, len_t{700}), std::pair(0U, len_t{5})}) {
+  for (const auto& [category, code] : {std::pair(8U, len_t{1}), std::pair(1U, len_t{700}),
+                                       std::pair(0U, len_t{5}), std::pair(1U, len_t{201})}) {
     const opCat unknown{category, code, false, 0};
     EXPECT_EQ(errorOutputOf([&] { loader.genCode(*context, &unknown, {}, {}); }),
               "test:0 Unknown opcode: category = " + std::to_string(category) +
