@@ -20,7 +20,7 @@ constexpr const char* loaderPath = "program";
 // properties are no faults.
 std::string firstFaultIn(const std::string& messages) {
   constexpr std::string_view syntaxError = "Error: ";
-  // Begins with the property's name, which may be any text.
+  // Begins with the property's name, which may be any text of one line.
   constexpr std::string_view propertyRemark = " is not a supported parameter.  ";
   const std::string loaderError = std::string(loaderPath) + ':';
   std::istringstream in(messages);

@@ -24,8 +24,8 @@ class TAVRO_EXPORT Exception : public std::exception {
 };
 
 // Receives the trace lines of one category. Handlers live until the process ends and may be used from any
-// thread; a level may be turned on or off at any time and takes effect at the next trace site, in a program
-// that runs at the next instruction.
+// thread; a level may be turned on or off at any time. It takes effect at the next trace site; in a running
+// program, at its next instruction.
 class TAVRO_EXPORT DebugHandler {
  public:
   explicit DebugHandler(std::string category) : category_(std::move(category)) {}
