@@ -21,6 +21,7 @@ len_t IStream::addLabel() {
   labelCount = static_cast<len_t>(labelCount + 1);
   const std::size_t label = labelCount;
   if (label >= labels.capacity()) labels.resize(2 * (label + 1));
+  namedLabels = static_cast<std::uint32_t>(std::min(labels.size(), std::size_t{noBranch}));
   setLabel(label);
   return labelCount;
 }

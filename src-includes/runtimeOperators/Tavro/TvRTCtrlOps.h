@@ -13,9 +13,6 @@ namespace Tavro::TvRT {
 
 inline constexpr const char* ctrlOpsSource = "../src-includes/runtimeOperators/Tavro/TvRTCtrlOps.h";
 
-inline constexpr len_t unresolvedLabel = 0xFFFF;
-inline constexpr len_t noBranch = 32767;
-
 // A label as an operand, 8 bytes.
 struct LabelOperand {
   unsigned int oid;  // of the label's name
@@ -173,11 +170,6 @@ inline bool isLeftToTraced(Context& context, const LabelOperand& label, const Po
   return false;
 }
 
-// Makes `next` the place of a label whose number is known, and exists.
-inline bool findPlace(const Context& context, const LabelOperand& label, std::size_t& next) {
-  return label.label != unresolvedLabel && context.istream().findPlace(label.label, next);
-}
-
 inline bool isTrue(const StackValue<bool>& condition) { return !condition.isNull() && condition.value != 0; }
 
 template <Trace trace, typename Condition>
@@ -192,19 +184,19 @@ inline void traceTaken(const char* name, int line, const Condition& condition, l
 
 inline bool condBranchOp::follow(Context& context, const StackValue<bool>& condition,
                                  std::size_t& next) const {
-  return !isTrue(condition) || findPlace(context, target, next);
+  return !isTrue(condition) || context.istream().findNamedPlace(target.label, next);
 }
 
 inline bool invCondBranchOp::follow(Context& context, const StackValue<bool>& condition,
                                     std::size_t& next) const {
-  return isTrue(condition) || findPlace(context, target, next);
+  return isTrue(condition) || context.istream().findNamedPlace(target.label, next);
 }
 
 inline bool compareBranchOp::follow(Context& context, const StackValue<signed char>& cond,
                                     std::size_t& next) const {
   if (cond.isNull()) return false;
-  if (cond.value == -1) return less.label != noBranch && findPlace(context, less, next);
-  if (cond.value == 1) return greater.label != noBranch && findPlace(context, greater, next);
+  if (cond.value == -1) return context.istream().findNamedPlace(less.label, next);
+  if (cond.value == 1) return context.istream().findNamedPlace(greater.label, next);
   return true;
 }
 

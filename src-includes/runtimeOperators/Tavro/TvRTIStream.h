@@ -13,6 +13,11 @@
 
 namespace Tavro::TvRT {
 
+// Label numbers that stand for something else in operands: a label whose number has to be looked up by its
+// name, and no label.
+inline constexpr len_t unresolvedLabel = 0xFFFF;
+inline constexpr len_t noBranch = 32767;
+
 inline constexpr const char* istreamSource = "../src-includes/runtimeOperators/Tavro/TvRTIStream.h";
 
 // The instructions of one context: a growable byte buffer, the counter of the next instruction and the table
@@ -74,6 +79,15 @@ class TAVRO_EXPORT IStream {
     const auto place = labels.begin() + label;
     if (place >= labels.end()) return false;
     offset = *place;
+    return true;
+  }
+
+  // The same for numbers below `noBranch`, in one test of all that a label operand may hold; false, and
+  // nothing done, for any other.
+  bool findNamedPlace(len_t label, std::size_t& offset) const {
+    if (label >= namedLabels) [[unlikely]]
+      return false;
+    offset = labels.data()[label];
     return true;
   }
 
@@ -166,6 +180,8 @@ class TAVRO_EXPORT IStream {
   // Bytes of memory at `code`.
   std::uint32_t allocated = 0;
   std::vector<len_t> labels;
+  // The size of `labels`, but not more than `noBranch`.
+  std::uint32_t namedLabels = 0;
   __kelpoDebug debug;
 };
 
