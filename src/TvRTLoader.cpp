@@ -234,18 +234,17 @@ class Generators {
 
   // Null for numbers that no row has.
   constexpr Generate at(const opCat& entry) const {
-    return entry.category - BinaryOps < families && entry.opCode < codes ? bySelector_[selector(entry)]
-                                                                         : nullptr;
+    const bool isKnown = entry.category - BinaryOps < families && entry.opCode < codesOfFamily;
+    return isKnown ? bySelector_[selector(entry)] : nullptr;
   }
 
  private:
-  static constexpr unsigned families = 7;
-  static constexpr unsigned codes = 100;
+  static constexpr unsigned families = RowInstructions;
   static constexpr std::size_t selector(const opCat& entry) {
-    return std::size_t{entry.category - BinaryOps} * codes + entry.opCode;
+    return static_cast<std::size_t>(opKey(entry.category, entry.opCode) - opKey(BinaryOps, 0));
   }
 
-  std::array<Generate, families * codes> bySelector_{};
+  std::array<Generate, families * codesOfFamily> bySelector_{};
 };
 
 constexpr Generators generators;

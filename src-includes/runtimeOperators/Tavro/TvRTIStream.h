@@ -74,16 +74,8 @@ class TAVRO_EXPORT IStream {
   // A whole handler slot lies at the offset and before the end of the stream.
   bool hasSlotAt(std::size_t offset) const { return static_cast<std::ptrdiff_t>(offset) <= lastSlot; }
 
-  // Makes `offset` that of a label; false, and nothing done, when there is no such number.
-  bool findPlace(len_t label, std::size_t& offset) const {
-    const auto place = labels.begin() + label;
-    if (place >= labels.end()) return false;
-    offset = *place;
-    return true;
-  }
-
-  // The same for numbers below `noBranch`, in one test of all that a label operand may hold; false, and
-  // nothing done, for any other.
+  // Makes `offset` that of a label below `noBranch`, in one test of all that a label operand may hold; false,
+  // and nothing done, for any other.
   bool findNamedPlace(len_t label, std::size_t& offset) const {
     if (label >= namedLabels) [[unlikely]]
       return false;
@@ -94,7 +86,8 @@ class TAVRO_EXPORT IStream {
   // Jumps to a label number; false, and nothing done, when there is no such number.
   template <Trace trace = Trace::On>
   bool gotoOp(len_t label) {
-    if (!findPlace(label, pc)) return false;
+    if (label >= labels.size()) return false;
+    pc = labels[label];
     if constexpr (trace == Trace::On)
       Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
                    "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,

@@ -28,9 +28,12 @@ enum OpCategory : unsigned int {
   RowInstructions = 7,
 };
 
+// The codes of a family are less.
+inline constexpr unsigned int codesOfFamily = 100;
+
 // The key of an operation in the table of names.
 constexpr int opKey(unsigned int category, unsigned int opCode) {
-  return static_cast<int>(category * 100 + opCode);
+  return static_cast<int>(category * codesOfFamily + opCode);
 }
 
 // One row of the operation catalogue.
