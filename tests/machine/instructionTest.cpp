@@ -91,21 +91,6 @@ TEST(BinOpTest, NoopTakesAPairAndPushesNothing) {
   }
 }
 
-TEST(BinOpTest, LogicKeepsTheByte) {
-  struct Case {
-    const char* name;
-    int left, right, result;
-  };
-  for (const Case& c : {Case{"boolAnd", 2, 3, 3}, Case{"boolAnd", 0, 3, 0}, Case{"boolAnd", 2, 0, 0},
-                        Case{"boolOr", 2, 3, 1}, Case{"boolOr", 0, 3, 3}, Case{"boolOr", 0, 0, 0}}) {
-    const OwnedContext context = newContext();
-    context->stackR().push(StackValue<bool>(static_cast<unsigned char>(c.left), false));
-    context->stackR().push(StackValue<bool>(static_cast<unsigned char>(c.right), false));
-    dispatch(*context, c.name, TypeBool);
-    EXPECT_EQ(context->stackR().pop<bool>().value, c.result) << c.name << c.left << c.right;
-  }
-}
-
 TEST(BinOpDeathTest, IntegerDivisionByZeroTraps) {
   for (const int type : {3, 7}) {
     const OwnedContext context = newContext();
