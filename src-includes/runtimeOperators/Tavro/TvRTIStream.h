@@ -86,8 +86,9 @@ class TAVRO_EXPORT IStream {
   // Jumps to a label number; false, and nothing done, when there is no such number.
   template <Trace trace = Trace::On>
   bool gotoOp(len_t label) {
-    if (label >= labels.size()) return false;
-    pc = labels[label];
+    const auto place = labels.begin() + label;
+    if (place >= labels.end()) return false;
+    pc = *place;
     if constexpr (trace == Trace::On)
       Kelpo::trace(debug.handler(), traceDetail, istreamSource, __LINE__, "gotoOp",
                    "bool Tavro::TvRT::IStream::gotoOp(Tavro::len_t)", " successfully goto label ", label,
